@@ -1,0 +1,26 @@
+// Base64 with the standard alphabet, "=" padding and no line breaks, plus two fixed departures.
+//
+// - Encoding a final single byte b0 gives alphabet[b0 >> 2], alphabet[(b0 & 3) | (b1 >> 4)], "==", where
+//   b1 is the byte *behind* the input: the low bits of b0 are not moved up as the standard does. So the
+//   pointer form needs one more readable byte behind `data` when size % 3 == 1, and a decoded round trip
+//   of such an input loses the two low bits of its last byte. The string form reads the terminating NUL.
+// - Decoding never validates: a size that isn't a multiple of 4 gives the empty string, every byte outside
+//   the alphabet counts as 0 (white space, "=" before the tail, URL-safe characters, bytes from 128), and
+//   "=" is only looked at in the last group. A zero size isn't guarded: the pointer form still reads four
+//   characters at `data`, so callers must not pass it.
+// Stateless; any thread. Results are byte strings and may hold NUL.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace quorl {
+
+std::string Base64Encode(const uint8_t* data, std::size_t size);
+std::string Base64Encode(const std::string& text);
+
+std::string Base64Decode(const char* data, std::size_t size);
+std::string Base64Decode(const std::string& text);
+
+}  // namespace quorl
