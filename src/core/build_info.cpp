@@ -30,7 +30,8 @@ BuildInfo::Map& BuildInfo::instance() {
 bool BuildInfo::set(const HashedName& key, const std::string& value) {
   Map& map = instance();
   auto found = map.find(key.hash);
-  if (found == map.end()) found = map.emplace(key.hash, BuildInfoEntry{key.name, key.hash, std::string()}).first;
+  if (found == map.end())
+    found = map.emplace(key.hash, BuildInfoEntry{key.name, key.hash, std::string()}).first;
   found->second.value = value;
   return true;
 }
@@ -42,6 +43,8 @@ std::string BuildInfo::get(const HashedName& key, const std::string& defaultValu
   return defaultValue;
 }
 
-void BuildInfo::remove(const HashedName& key) { instance().erase(key.hash); }
+void BuildInfo::remove(const HashedName& key) {
+  instance().erase(key.hash);
+}
 
 }  // namespace quorl

@@ -23,7 +23,9 @@ Logger::LogCallback& StoredCallback() {
   return callback;
 }
 
-bool Dropped(Logger::LOG_TYPE type) { return type < threshold.load(std::memory_order_relaxed); }
+bool Dropped(Logger::LOG_TYPE type) {
+  return type < threshold.load(std::memory_order_relaxed);
+}
 
 // Delivery shared by Log and LogRaw, from the switch of the output mode on.
 void Deliver(Logger::LOG_TYPE type, const std::string& text) {
@@ -48,9 +50,13 @@ void Logger::SetLevel(int32_t level) {
   std::atomic_thread_fence(std::memory_order_seq_cst);
 }
 
-int32_t Logger::GetLevel() { return threshold.load(std::memory_order_relaxed); }
+int32_t Logger::GetLevel() {
+  return threshold.load(std::memory_order_relaxed);
+}
 
-void Logger::Print(const std::string& text) { std::printf("%s", text.c_str()); }
+void Logger::Print(const std::string& text) {
+  std::printf("%s", text.c_str());
+}
 
 void Logger::Log(LOG_TYPE type, const std::string& message) {
   if (Dropped(type)) return;
@@ -60,14 +66,18 @@ void Logger::Log(LOG_TYPE type, const std::string& message) {
   Deliver(type, line);
 }
 
-void Logger::Log(LOG_TYPE type, int /*ignored*/, const std::string& message) { Log(type, message); }
+void Logger::Log(LOG_TYPE type, int /*ignored*/, const std::string& message) {
+  Log(type, message);
+}
 
 void Logger::LogRaw(LOG_TYPE type, const std::string& text) {
   if (Dropped(type)) return;
   Deliver(type, text);
 }
 
-void Logger::LogRaw(LOG_TYPE type, int /*ignored*/, const std::string& text) { LogRaw(type, text); }
+void Logger::LogRaw(LOG_TYPE type, int /*ignored*/, const std::string& text) {
+  LogRaw(type, text);
+}
 
 void Logger::SetCallback(const LogCallback& callback) {
   LogCallback previous(callback);

@@ -9,8 +9,12 @@ namespace quorl {
 
 namespace {
 
-inline uint32_t Rotl32(uint32_t x, int r) { return (x << r) | (x >> (32 - r)); }
-inline uint64_t Rotl64(uint64_t x, int r) { return (x << r) | (x >> (64 - r)); }
+inline uint32_t Rotl32(uint32_t x, int r) {
+  return (x << r) | (x >> (32 - r));
+}
+inline uint64_t Rotl64(uint64_t x, int r) {
+  return (x << r) | (x >> (64 - r));
+}
 
 // Keys need not be aligned; memcpy is the defined way to read a block and compiles to one load.
 inline uint32_t Block32(const uint8_t* p) {
@@ -114,12 +118,24 @@ void MurmurHash3_x64_128(const void* key, int32_t length, uint32_t seed, void* o
   uint64_t k1 = 0;
   uint64_t k2 = 0;
   switch (length & 15) {
-    case 15: k2 ^= static_cast<uint64_t>(tail[14]) << 48; [[fallthrough]];
-    case 14: k2 ^= static_cast<uint64_t>(tail[13]) << 40; [[fallthrough]];
-    case 13: k2 ^= static_cast<uint64_t>(tail[12]) << 32; [[fallthrough]];
-    case 12: k2 ^= static_cast<uint64_t>(tail[11]) << 24; [[fallthrough]];
-    case 11: k2 ^= static_cast<uint64_t>(tail[10]) << 16; [[fallthrough]];
-    case 10: k2 ^= static_cast<uint64_t>(tail[9]) << 8; [[fallthrough]];
+    case 15:
+      k2 ^= static_cast<uint64_t>(tail[14]) << 48;
+      [[fallthrough]];
+    case 14:
+      k2 ^= static_cast<uint64_t>(tail[13]) << 40;
+      [[fallthrough]];
+    case 13:
+      k2 ^= static_cast<uint64_t>(tail[12]) << 32;
+      [[fallthrough]];
+    case 12:
+      k2 ^= static_cast<uint64_t>(tail[11]) << 24;
+      [[fallthrough]];
+    case 11:
+      k2 ^= static_cast<uint64_t>(tail[10]) << 16;
+      [[fallthrough]];
+    case 10:
+      k2 ^= static_cast<uint64_t>(tail[9]) << 8;
+      [[fallthrough]];
     case 9:
       k2 ^= static_cast<uint64_t>(tail[8]);
       k2 *= c2;
@@ -127,13 +143,27 @@ void MurmurHash3_x64_128(const void* key, int32_t length, uint32_t seed, void* o
       k2 *= c1;
       h2 ^= k2;
       [[fallthrough]];
-    case 8: k1 ^= static_cast<uint64_t>(tail[7]) << 56; [[fallthrough]];
-    case 7: k1 ^= static_cast<uint64_t>(tail[6]) << 48; [[fallthrough]];
-    case 6: k1 ^= static_cast<uint64_t>(tail[5]) << 40; [[fallthrough]];
-    case 5: k1 ^= static_cast<uint64_t>(tail[4]) << 32; [[fallthrough]];
-    case 4: k1 ^= static_cast<uint64_t>(tail[3]) << 24; [[fallthrough]];
-    case 3: k1 ^= static_cast<uint64_t>(tail[2]) << 16; [[fallthrough]];
-    case 2: k1 ^= static_cast<uint64_t>(tail[1]) << 8; [[fallthrough]];
+    case 8:
+      k1 ^= static_cast<uint64_t>(tail[7]) << 56;
+      [[fallthrough]];
+    case 7:
+      k1 ^= static_cast<uint64_t>(tail[6]) << 48;
+      [[fallthrough]];
+    case 6:
+      k1 ^= static_cast<uint64_t>(tail[5]) << 40;
+      [[fallthrough]];
+    case 5:
+      k1 ^= static_cast<uint64_t>(tail[4]) << 32;
+      [[fallthrough]];
+    case 4:
+      k1 ^= static_cast<uint64_t>(tail[3]) << 24;
+      [[fallthrough]];
+    case 3:
+      k1 ^= static_cast<uint64_t>(tail[2]) << 16;
+      [[fallthrough]];
+    case 2:
+      k1 ^= static_cast<uint64_t>(tail[1]) << 8;
+      [[fallthrough]];
     case 1:
       k1 ^= static_cast<uint64_t>(tail[0]);
       k1 *= c1;

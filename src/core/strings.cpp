@@ -11,7 +11,9 @@
 
 namespace quorl {
 
-void ThrowNullText() { throw std::logic_error(kNullTextMessage); }
+void ThrowNullText() {
+  throw std::logic_error(kNullTextMessage);
+}
 
 std::string FormatString(const char* format, ...) {
   va_list args;
@@ -46,7 +48,9 @@ std::string PadNumber(int32_t value, int32_t width, char fill) {
 namespace {
 
 // The zero-terminated view of a text: ends at the first NUL, whatever the stored length.
-std::string_view Terminated(const char* text) { return std::string_view(RequireText(text)); }
+std::string_view Terminated(const char* text) {
+  return std::string_view(RequireText(text));
+}
 
 std::string SliceAfter(std::string_view text, std::string_view separator, std::size_t found) {
   if (found == std::string_view::npos) return {};
@@ -85,7 +89,9 @@ std::string AfterLast(const char* text, const char* separator) {
   const std::string_view s = Terminated(separator);
   return SliceAfter(t, s, t.rfind(s));
 }
-std::string AfterLast(const std::string& text, const char* separator) { return AfterLast(text.c_str(), separator); }
+std::string AfterLast(const std::string& text, const char* separator) {
+  return AfterLast(text.c_str(), separator);
+}
 
 std::string BeforeLast(const char* text, const char* separator) {
   const std::string_view t = Terminated(text);
@@ -111,7 +117,9 @@ bool EndsWith(const char* text, const char* suffix) {
 bool Contains(const char* text, const char* needle) {
   return Terminated(text).find(std::string_view(needle)) != std::string_view::npos;
 }
-bool Contains(const std::string& text, const char* needle) { return Contains(text.c_str(), needle); }
+bool Contains(const std::string& text, const char* needle) {
+  return Contains(text.c_str(), needle);
+}
 
 namespace {
 
@@ -120,7 +128,8 @@ std::string ConvertBytes(const char* text, Convert convert) {
   std::string result(Terminated(text));
   const std::locale locale;
   const auto& facet = std::use_facet<std::ctype<char>>(locale);
-  for (char& c : result) c = convert(facet, c);
+  for (char& c : result)
+    c = convert(facet, c);
   return result;
 }
 
@@ -190,7 +199,8 @@ void Split(const char* text, std::vector<std::string>& out, const char* delimite
   }
 }
 
-void Split(const std::string& text, std::vector<std::string>& out, const std::string& delimiters, bool invert) {
+void Split(const std::string& text, std::vector<std::string>& out, const std::string& delimiters,
+           bool invert) {
   Split(text.c_str(), out, delimiters.c_str(), invert);
 }
 

@@ -58,6 +58,7 @@ std::string Join(const std::vector<std::string>& parts, const char* separator);
 // Appends to `out` the non-empty tokens of `text` between characters of the set `delimiters`; with
 // `invert` the tokens are the runs of characters of the set. `out` is not cleared.
 void Split(const char* text, std::vector<std::string>& out, const char* delimiters, bool invert);
-void Split(const std::string& text, std::vector<std::string>& out, const std::string& delimiters, bool invert);
+void Split(const std::string& text, std::vector<std::string>& out, const std::string& delimiters,
+           bool invert);
 
 }  // namespace quorl

@@ -21,6 +21,8 @@ inline const char* RequireText(const char* text) {
 }
 
 // Copies `text` into a string, or raises the null-text logic error.
-inline std::string TextOf(const char* text) { return std::string(RequireText(text)); }
+inline std::string TextOf(const char* text) {
+  return std::string(RequireText(text));
+}
 
 }  // namespace quorl
