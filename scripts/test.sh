@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Every test: sets up, then builds and runs
+#   1. the whole suite (warnings are errors),
+#   2. the whole suite again under AddressSanitizer + UndefinedBehaviorSanitizer,
+#   3. the concurrency tests under ThreadSanitizer.
+# `scripts/test.sh --quick` runs only the first.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/setup.sh
+
+jobs=$(nproc)
+quick=false
+[ "${1:-}" = "--quick" ] && quick=true
+
+configure() {
+  local dir=$1
+  shift
+  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORL_WERROR=ON "$@" >/dev/null
+}
+
+section() { printf '\n=== %s ===\n' "$*"; }
+
+section "suite"
+configure build
+cmake --build build -j"$jobs"
+ctest --test-dir build --output-on-failure -j"$jobs" --timeout 600
+
+$quick && exit 0
+
+section "suite under AddressSanitizer + UndefinedBehaviorSanitizer"
+configure build-asan -DQUORL_SANITIZE=address,undefined -DQUORL_BUILD_BENCH=OFF
+cmake --build build-asan -j"$jobs"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
+  ctest --test-dir build-asan --output-on-failure -j"$jobs" --timeout 900
+
+section "concurrency tests under ThreadSanitizer"
+configure build-tsan -DQUORL_SANITIZE=thread -DQUORL_BUILD_BENCH=OFF -DQUORL_BUILD_TOOLS=OFF
+cmake --build build-tsan -j"$jobs" --target quorl_concurrency_tests
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+  ctest --test-dir build-tsan --output-on-failure -L concurrency --timeout 900
