@@ -1,0 +1,45 @@
+// Type ids follow first use in the running process. Each scenario runs in a child forked from a parent
+// that has used no value type, so it starts with an empty registry whatever order the cases run in.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+#include <cstdio>
+
+#include "options/value.h"
+
+namespace quorl {
+namespace {
+
+// Ends the child with `code` and a note on standard error when `condition` fails.
+#define CHECK_OR_EXIT(condition, code)                  \
+  do {                                                  \
+    if (!(condition)) {                                 \
+      std::fprintf(stderr, "failed: %s\n", #condition); \
+      _exit(code);                                      \
+    }                                                   \
+  } while (0)
+
+void FirstUsesGetIdsFromOne() {
+  OptionValue text = OptionValue::Of<StringType>("first");
+  CHECK_OR_EXIT(text.TypeId() == 1, 1);
+  OptionValue flag = OptionValue::Of<BoolType>(1);
+  CHECK_OR_EXIT(flag.TypeId() == 2, 2);
+  CHECK_OR_EXIT(OptionValue::Of<StringType>("again").TypeId() == 1, 3);
+  CHECK_OR_EXIT(EnsureRegistered<Int64Type>()->id == 3, 4);
+  {
+    std::lock_guard<std::mutex> hold(ValueTypeLock());
+    const std::vector<ValueTypeTable*>& registry = ValueTypeRegistry();
+    CHECK_OR_EXIT(registry.size() == 4 && registry[0] == nullptr, 5);
+    CHECK_OR_EXIT(registry[1] == text.GetTable() && registry[2] == flag.GetTable(), 6);
+  }
+  // The order across types is the order of first use: the string sorts before the bool here.
+  CHECK_OR_EXIT(text < flag, 7);
+  _exit(0);
+}
+
+TEST(ValueTypeIds, FollowTheOrderOfFirstUse) {
+  EXPECT_EXIT(FirstUsesGetIdsFromOne(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace quorl
