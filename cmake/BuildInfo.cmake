@@ -28,7 +28,9 @@ function(quorl_generate_build_info header)
     execute_process(COMMAND ${GIT_EXECUTABLE} rev-parse HEAD
       WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE hash RESULT_VARIABLE hash_rc
       OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
-    if(hash_rc EQUAL 0 AND hash MATCHES "^[0-9a-f]+$")
+    # Only a 40-character SHA-1 revision fits the GIT_HASH shape; anything else takes the fallback.
+    string(LENGTH "${hash}" hash_length)
+    if(hash_rc EQUAL 0 AND hash_length EQUAL 40 AND hash MATCHES "^[0-9a-f]+$")
       set(QB_HASH "${hash}")
       execute_process(COMMAND ${GIT_EXECUTABLE} rev-parse --abbrev-ref HEAD
         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE branch
