@@ -73,15 +73,24 @@ std::string ChosenSelectionKey() {
 
 const char* QuorlErrorText(int32_t code) {
   switch (code) {
-    case 0: return "Success";
-    case 1: return "Unknown Error";
-    case 200: return "Failed to download manifest from remote server or find cached copy";
-    case 201: return "Failed to parse manifest";
-    case 202: return "Failed to download representation from remote server or find cached copy";
-    case 203: return "Failed to load representation for playback";
-    case 204: return "Failed to find a valid decoder for the loaded representation";
-    case 205: return "Cached copy not valid for offline playback";
-    default: return "";
+    case 0:
+      return "Success";
+    case 1:
+      return "Unknown Error";
+    case 200:
+      return "Failed to download manifest from remote server or find cached copy";
+    case 201:
+      return "Failed to parse manifest";
+    case 202:
+      return "Failed to download representation from remote server or find cached copy";
+    case 203:
+      return "Failed to load representation for playback";
+    case 204:
+      return "Failed to find a valid decoder for the loaded representation";
+    case 205:
+      return "Cached copy not valid for offline playback";
+    default:
+      return "";
   }
 }
 

@@ -73,7 +73,8 @@ QUORL_EXPORT void Trigger_InterfaceShutdown(void);
 QUORL_EXPORT int32_t QueueGLEvent(QuorlRenderFn fn);
 QUORL_EXPORT int32_t QueueGLEventI(QuorlRenderFnI fn, int32_t a);
 QUORL_EXPORT int32_t QueueGLEventIII(QuorlRenderFnIII fn, int32_t a, int32_t b, int32_t c);
-QUORL_EXPORT int32_t QueueGLEventPrepFrameContextI(QuorlRenderFnFrameContextI fn, int32_t a, void* x, void* y);
+QUORL_EXPORT int32_t QueueGLEventPrepFrameContextI(QuorlRenderFnFrameContextI fn, int32_t a, void* x,
+                                                   void* y);
 QUORL_EXPORT int32_t QueueGLEventPrepFrameContextIII(QuorlRenderFnFrameContextIII fn, int32_t a, int32_t b,
                                                      int32_t c, void* x, void* y);
 QUORL_EXPORT void UnityRenderEvent(int32_t eventId);
@@ -107,12 +108,15 @@ QUORL_EXPORT void LogBuffer_Pop(void);
 /* Asset callback relay. The handlers run the host's callback under the bridge mutex. */
 QUORL_EXPORT void Callback_Set_OnAssetInitialised(OnAssetInitialisedCallback callback);
 QUORL_EXPORT void Callback_Set_OnAssetSelectRepresentation(OnAssetSelectRepresentationCallback callback);
-QUORL_EXPORT void Callback_Set_OnAssetRepresentationDataReceived(OnAssetRepresentationDataReceivedCallback callback);
+QUORL_EXPORT void Callback_Set_OnAssetRepresentationDataReceived(
+    OnAssetRepresentationDataReceivedCallback callback);
 QUORL_EXPORT void StaticHandler_OnAssetInitialised(int32_t value, void* pointer);
-QUORL_EXPORT bool StaticHandler_OnAssetSelectRepresentation(RepresentationDescriptor* descriptor, int32_t value0,
-                                                            void* pointer0, int32_t value1, void* pointer1);
-QUORL_EXPORT void StaticHandler_OnAssetRepresentationDataReceived(void* pointer0, void* pointer1, void* pointer2,
-                                                                  int32_t value, void* pointer3, float amount);
+QUORL_EXPORT bool StaticHandler_OnAssetSelectRepresentation(RepresentationDescriptor* descriptor,
+                                                            int32_t value0, void* pointer0, int32_t value1,
+                                                            void* pointer1);
+QUORL_EXPORT void StaticHandler_OnAssetRepresentationDataReceived(void* pointer0, void* pointer1,
+                                                                  void* pointer2, int32_t value,
+                                                                  void* pointer3, float amount);
 /* A static text for the code; the empty text for codes it does not know, never null. */
 QUORL_EXPORT const char* QuorlError_ToString(int32_t code);
 

@@ -12,7 +12,8 @@ void FreeSlotIndex::Reserve(std::size_t count) {
   for (std::size_t level = 0;; ++level) {
     std::vector<uint64_t> row(words, 0);
     if (level < levels_.size()) {
-      for (std::size_t i = 0; i < levels_[level].size(); ++i) row[i] = levels_[level][i];
+      for (std::size_t i = 0; i < levels_[level].size(); ++i)
+        row[i] = levels_[level][i];
     }
     grown.push_back(std::move(row));
     if (words == 1) break;

@@ -46,6 +46,8 @@ void RegisterPlugin(int32_t first, int32_t second, int32_t third, const char* te
   record.text = TextOf(text);
 }
 
-const HostRegistrationRecord& HostRegistration() { return StoredRegistration(); }
+const HostRegistrationRecord& HostRegistration() {
+  return StoredRegistration();
+}
 
 }  // namespace quorl

@@ -115,6 +115,8 @@ class RenderEventClosure {
   alignas(void*) unsigned char storage_[kInlineSize] = {};
 };
 
-inline void swap(RenderEventClosure& a, RenderEventClosure& b) noexcept { a.swap(b); }
+inline void swap(RenderEventClosure& a, RenderEventClosure& b) noexcept {
+  a.swap(b);
+}
 
 }  // namespace quorl

@@ -48,7 +48,8 @@ int32_t QueueRenderEvent(const RenderEventClosure& closure) {
 
 void FireRenderEvent(int32_t eventId) {
   // Wrapping 32-bit subtraction: far negative identifiers come out large and fail the range test.
-  const auto index = static_cast<int32_t>(static_cast<uint32_t>(eventId) - static_cast<uint32_t>(kRenderEventIdBase));
+  const auto index =
+      static_cast<int32_t>(static_cast<uint32_t>(eventId) - static_cast<uint32_t>(kRenderEventIdBase));
   if (index < 0) return;
   RenderEventSlots& table = Slots();
   if (index >= table.count.load(std::memory_order_acquire)) return;
@@ -63,7 +64,9 @@ void FireRenderEvent(int32_t eventId) {
   closure();
 }
 
-int32_t RenderEventSlotCount() { return Slots().count.load(std::memory_order_acquire); }
+int32_t RenderEventSlotCount() {
+  return Slots().count.load(std::memory_order_acquire);
+}
 
 namespace {
 

@@ -43,6 +43,7 @@ class FrameContextScope {
 std::shared_ptr<FrameContextScope> PrepareFrameContext(FrameContext& context, void* x);
 
 void RunWithFrameContextI(QuorlRenderFnFrameContextI fn, int32_t a, void* x, void* y);
-void RunWithFrameContextIII(QuorlRenderFnFrameContextIII fn, int32_t a, int32_t b, int32_t c, void* x, void* y);
+void RunWithFrameContextIII(QuorlRenderFnFrameContextIII fn, int32_t a, int32_t b, int32_t c, void* x,
+                            void* y);
 
 }  // namespace quorl

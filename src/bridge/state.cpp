@@ -28,9 +28,13 @@ void LockBridgeMutex() {
   if (error != 0) throw std::system_error(error, std::generic_category());
 }
 
-void UnlockBridgeMutex() noexcept { (void)pthread_mutex_unlock(&bridgeMutex); }
+void UnlockBridgeMutex() noexcept {
+  (void)pthread_mutex_unlock(&bridgeMutex);
+}
 
-bool TryLockBridgeMutex() noexcept { return pthread_mutex_trylock(&bridgeMutex) == 0; }
+bool TryLockBridgeMutex() noexcept {
+  return pthread_mutex_trylock(&bridgeMutex) == 0;
+}
 
 void SetInterfaceShutdownCallback(QuorlShutdownCallback callback) {
   BridgeLock lock;
@@ -87,6 +91,8 @@ void DeviceEventHandler(int32_t eventType) {
   if (eventType == kEngineGfxDeviceEventShutdown) TriggerInterfaceShutdown();
 }
 
-EngineInterfaceRegistry* CurrentEngineInterfaces() { return engineInterfaces; }
+EngineInterfaceRegistry* CurrentEngineInterfaces() {
+  return engineInterfaces;
+}
 
 }  // namespace quorl

@@ -61,17 +61,21 @@ int main(int argc, char** argv) {
 
   std::vector<int32_t> ids;
   std::thread script([&] {
-    for (int32_t i = 0; i < 3; ++i) ids.push_back(queueI(&OnRenderI, 100 + i));
+    for (int32_t i = 0; i < 3; ++i)
+      ids.push_back(queueI(&OnRenderI, 100 + i));
     ids.push_back(queueFrameContextI(&OnRenderFrameContext, 7, nullptr, nullptr));
   });
   script.join();
   std::printf("script thread queued %zu events:", ids.size());
-  for (int32_t id : ids) std::printf(" %d", id);
+  for (int32_t id : ids)
+    std::printf(" %d", id);
   std::printf("\n");
 
   std::thread render([&] {
-    for (int32_t id : ids) fire(id);
-    for (int32_t id : ids) fire(id);  // a second firing does nothing
+    for (int32_t id : ids)
+      fire(id);
+    for (int32_t id : ids)
+      fire(id);  // a second firing does nothing
   });
   render.join();
 
