@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <cstdio>
 
+#include "options/json.h"
 #include "options/value.h"
 
 namespace quorl {
@@ -37,8 +38,33 @@ void FirstUsesGetIdsFromOne() {
   _exit(0);
 }
 
+// Writing registers each table as its tests reach it: the value's tests first, then the name's passage.
+void WritingRegistersTablesInTheOrderOfItsTests() {
+  OptionValue number = OptionValue::Of<DoubleType>(2.5);
+  CHECK_OR_EXIT(number.TypeId() == 1, 1);
+  auto root = std::make_shared<OptionNode>();
+  root->SetChild("rate", number);
+  rapidjson::Document document;
+  document.SetObject();
+  CHECK_OR_EXIT(WriteJson(root, document, document.GetAllocator()), 2);
+  CHECK_OR_EXIT(EnsureRegistered<BoolType>()->id == 2, 3);
+  CHECK_OR_EXIT(EnsureRegistered<FloatType>()->id == 3, 4);
+  CHECK_OR_EXIT(EnsureRegistered<HashedNameType>()->id == 4, 5);
+  CHECK_OR_EXIT(EnsureRegistered<Int32Type>()->id == 5, 6);
+  CHECK_OR_EXIT(EnsureRegistered<UInt32Type>()->id == 6, 7);
+  CHECK_OR_EXIT(EnsureRegistered<Int64Type>()->id == 7, 8);
+  CHECK_OR_EXIT(EnsureRegistered<UInt64Type>()->id == 8, 9);
+  CHECK_OR_EXIT(EnsureRegistered<StringType>()->id == 9, 10);  // writing never met it
+  CHECK_OR_EXIT(document["rate"].GetDouble() == 2.5, 11);
+  _exit(0);
+}
+
 TEST(ValueTypeIds, FollowTheOrderOfFirstUse) {
   EXPECT_EXIT(FirstUsesGetIdsFromOne(), testing::ExitedWithCode(0), "");
+}
+
+TEST(ValueTypeIds, WritingJsonRegistersInTheOrderOfItsTests) {
+  EXPECT_EXIT(WritingRegistersTablesInTheOrderOfItsTests(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
