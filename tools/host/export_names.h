@@ -1,0 +1,45 @@
+// The 35 names that libQuorlBridge.so exports, as one list macro: the simulator resolves them by name,
+// and the stand-in library of its load test defines all but one of them. Plain preprocessor, includable
+// from C and C++; it declares nothing.
+#ifndef QUORL_HOST_EXPORT_NAMES_H_
+#define QUORL_HOST_EXPORT_NAMES_H_
+
+// The 35 exported names, in the order of the public header; X is applied to each.
+#define QUORL_HOST_FOR_EACH_EXPORT(X)                \
+  X(Lock)                                            \
+  X(Unlock)                                          \
+  X(GetUnityRenderDevice)                            \
+  X(SetFunc_InterfaceShutdown)                       \
+  X(Trigger_InterfaceShutdown)                       \
+  X(QueueGLEvent)                                    \
+  X(QueueGLEventI)                                   \
+  X(QueueGLEventIII)                                 \
+  X(QueueGLEventPrepFrameContextI)                   \
+  X(QueueGLEventPrepFrameContextIII)                 \
+  X(UnityRenderEvent)                                \
+  X(UnityRenderEventFunc)                            \
+  X(Scene_Objects_Add)                               \
+  X(Scene_Objects_Remove)                            \
+  X(Scene_Objects_GetCount)                          \
+  X(Scene_Objects_GetHandleAtIndex)                  \
+  X(Scene_Objects_GetHandleFromName)                 \
+  X(Scene_Objects_GetNameFromHandle)                 \
+  X(Scene_Objects_GetTypeFromHandle)                 \
+  X(Map_Add)                                         \
+  X(Map_Remove)                                      \
+  X(Map_Contains)                                    \
+  X(Map_GetValue)                                    \
+  X(Map_SetValue)                                    \
+  X(LogBuffer_Add)                                   \
+  X(LogBuffer_Get)                                   \
+  X(LogBuffer_Pop)                                   \
+  X(Callback_Set_OnAssetInitialised)                 \
+  X(Callback_Set_OnAssetSelectRepresentation)        \
+  X(Callback_Set_OnAssetRepresentationDataReceived)  \
+  X(StaticHandler_OnAssetInitialised)                \
+  X(StaticHandler_OnAssetSelectRepresentation)       \
+  X(StaticHandler_OnAssetRepresentationDataReceived) \
+  X(QuorlError_ToString)                             \
+  X(RegisterUnityPlugin)
+
+#endif  // QUORL_HOST_EXPORT_NAMES_H_
