@@ -23,6 +23,11 @@ Logger::LogCallback& StoredCallback() {
   return callback;
 }
 
+// Builds the callback during static initialisation at the latest, so that its exit handler is
+// registered then and the callback outlives every static object constructed afterwards, including
+// those whose destructors log.
+const bool callbackConstructed = (StoredCallback(), true);
+
 bool Dropped(Logger::LOG_TYPE type) {
   return type < threshold.load(std::memory_order_relaxed);
 }
