@@ -36,14 +36,9 @@ class RenderEventClosure {
     }
   }
 
-  RenderEventClosure(const RenderEventClosure& other) : ops_(nullptr) {
-    if (other.ops_ != nullptr) {
-      other.ops_->copy(storage_, other.storage_);
-      ops_ = other.ops_;
-    }
-  }
+  RenderEventClosure(const RenderEventClosure& other) : ops_(nullptr) { CopyIntoEmpty(other); }
 
-  RenderEventClosure(RenderEventClosure&& other) noexcept { swap(other); }
+  RenderEventClosure(RenderEventClosure&& other) noexcept { TakeFrom(other); }
 
   RenderEventClosure& operator=(const RenderEventClosure& other) {
     RenderEventClosure copy(other);
@@ -62,11 +57,29 @@ class RenderEventClosure {
   }
 
   void swap(RenderEventClosure& other) noexcept {
-    unsigned char bytes[kInlineSize];
-    std::memcpy(bytes, storage_, kInlineSize);
-    std::memcpy(storage_, other.storage_, kInlineSize);
-    std::memcpy(other.storage_, bytes, kInlineSize);
-    std::swap(ops_, other.ops_);
+    RenderEventClosure held;
+    held.TakeFrom(*this);
+    TakeFrom(other);
+    other.TakeFrom(held);
+  }
+
+  // Moves `other`'s callable (if any) into this empty closure and leaves `other` empty: one copy of the
+  // bytes.
+  void TakeFrom(RenderEventClosure& other) noexcept {
+    if (other.ops_ != nullptr) std::memcpy(storage_, other.storage_, kInlineSize);
+    ops_ = other.ops_;
+    other.ops_ = nullptr;
+  }
+
+  // Copies `other` into this closure, which must be empty.
+  void CopyIntoEmpty(const RenderEventClosure& other) {
+    if (other.ops_ == nullptr) return;
+    if (other.ops_->copy == nullptr) {
+      std::memcpy(storage_, other.storage_, kInlineSize);
+    } else {
+      other.ops_->copy(storage_, other.storage_);
+    }
+    ops_ = other.ops_;
   }
 
   bool empty() const noexcept { return ops_ == nullptr; }
@@ -78,8 +91,8 @@ class RenderEventClosure {
  private:
   struct Ops {
     void (*invoke)(void* storage);
-    void (*copy)(void* destination, const void* source);
-    void (*destroy)(void* storage);  // null when there is nothing to release
+    void (*copy)(void* destination, const void* source);  // null when a copy of the bytes will do
+    void (*destroy)(void* storage);                       // null when there is nothing to release
   };
 
   template <typename Callable>
@@ -91,8 +104,7 @@ class RenderEventClosure {
   template <typename Callable>
   struct InlineOps {
     static void Invoke(void* storage) { (*std::launder(static_cast<Callable*>(storage)))(); }
-    static void Copy(void* destination, const void* source) { std::memcpy(destination, source, kInlineSize); }
-    static constexpr Ops kOps{&Invoke, &Copy, nullptr};
+    static constexpr Ops kOps{&Invoke, nullptr, nullptr};
   };
 
   template <typename Callable>
@@ -112,7 +124,8 @@ class RenderEventClosure {
   };
 
   const Ops* ops_ = nullptr;
-  alignas(void*) unsigned char storage_[kInlineSize] = {};
+  // Left uninitialised while empty: only copied as bytes, never read as a callable then.
+  alignas(void*) unsigned char storage_[kInlineSize];
 };
 
 inline void swap(RenderEventClosure& a, RenderEventClosure& b) noexcept {

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstddef>
 #include <mutex>
-#include <vector>
 
 #include "bridge/free_slot_index.h"
 
@@ -11,37 +10,69 @@ namespace quorl {
 
 namespace {
 
-struct RenderEventSlots {
+// The slot table. Its constructor is constexpr, so the global below is constant-initialised: it works
+// from the moment the library is loaded, also when another library's static constructor queues first.
+// Pending closures are destroyed when the library is unloaded.
+class RenderEventSlots {
+ public:
+  constexpr RenderEventSlots() noexcept = default;
+  RenderEventSlots(const RenderEventSlots&) = delete;
+  RenderEventSlots& operator=(const RenderEventSlots&) = delete;
+
   std::mutex mutex;  // the render-event slot mutex
-  std::vector<RenderEventClosure> slots;
   FreeSlotIndex freeSlots;
   // The slot count, published after each append, for the unlocked range test of FireRenderEvent.
   std::atomic<int32_t> count{0};
+
+  std::size_t size() const noexcept { return size_; }
+  RenderEventClosure& operator[](std::size_t index) noexcept { return slots_[index]; }
+
+  // Appends a copy of `closure`; leaves the table as it was if that throws.
+  void Append(const RenderEventClosure& closure) {
+    if (size_ == capacity_) {
+      const std::size_t capacity = capacity_ == 0 ? 64 : capacity_ * 2;
+      std::unique_ptr<RenderEventClosure[]> grown(new RenderEventClosure[capacity]);
+      grown[size_].CopyIntoEmpty(closure);
+      for (std::size_t i = 0; i < size_; ++i)
+        grown[i].TakeFrom(slots_[i]);
+      slots_.swap(grown);
+      capacity_ = capacity;
+    } else {
+      slots_[size_].CopyIntoEmpty(closure);
+    }
+    ++size_;
+  }
+
+ private:
+  std::unique_ptr<RenderEventClosure[]> slots_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
 };
 
-RenderEventSlots& Slots() {
-  // Made on first use from any thread (also from another library's static constructor); its pending
-  // closures are destroyed when the library is unloaded.
-  static RenderEventSlots table;
-  return table;
-}
+// Refuses to compile if the table ever needs dynamic initialisation.
+#if defined(__clang__)
+[[clang::require_constant_initialization]]
+#else
+__constinit
+#endif
+RenderEventSlots renderEventSlots;
 
 }  // namespace
 
 int32_t QueueRenderEvent(const RenderEventClosure& closure) {
-  RenderEventSlots& table = Slots();
+  RenderEventSlots& table = renderEventSlots;
   std::lock_guard<std::mutex> lock(table.mutex);
-  const auto n = static_cast<int32_t>(table.slots.size());
+  const auto n = static_cast<int32_t>(table.size());
   if (n > 0) {
     const std::size_t lowest = table.freeSlots.Lowest();
     if (lowest != FreeSlotIndex::kNone) {
-      table.slots[lowest] = closure;  // copy first: a throwing copy leaves the slot free
+      table[lowest].CopyIntoEmpty(closure);  // a throwing copy leaves the slot free
       table.freeSlots.MarkTaken(lowest);
       return kRenderEventIdBase + static_cast<int32_t>(lowest);
     }
   }
-  table.freeSlots.Reserve(table.slots.size() + 1);
-  table.slots.push_back(closure);
+  table.freeSlots.Reserve(table.size() + 1);
+  table.Append(closure);
   table.count.store(n + 1, std::memory_order_release);
   return kRenderEventIdBase + n;
 }
@@ -51,13 +82,13 @@ void FireRenderEvent(int32_t eventId) {
   const auto index =
       static_cast<int32_t>(static_cast<uint32_t>(eventId) - static_cast<uint32_t>(kRenderEventIdBase));
   if (index < 0) return;
-  RenderEventSlots& table = Slots();
+  RenderEventSlots& table = renderEventSlots;
   if (index >= table.count.load(std::memory_order_acquire)) return;
 
   RenderEventClosure closure;
   {
     std::lock_guard<std::mutex> lock(table.mutex);
-    closure.swap(table.slots[static_cast<std::size_t>(index)]);
+    closure.TakeFrom(table[static_cast<std::size_t>(index)]);
     if (!closure.empty()) table.freeSlots.MarkFree(static_cast<std::size_t>(index));
   }
   if (closure.empty()) return;
@@ -65,7 +96,7 @@ void FireRenderEvent(int32_t eventId) {
 }
 
 int32_t RenderEventSlotCount() {
-  return Slots().count.load(std::memory_order_acquire);
+  return renderEventSlots.count.load(std::memory_order_acquire);
 }
 
 namespace {
