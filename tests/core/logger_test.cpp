@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -91,14 +90,6 @@ TEST_F(LoggerTest, CallbackReplacesStandardOutputForFilteredMessagesOnly) {
   EXPECT_FALSE(Logger::GetCallback());
   EXPECT_EQ(StdoutOf([] { Logger::Log(Severity(1), "back"); }), "Qz LOG:\tback\n");
   EXPECT_EQ(received.size(), 4u);
-}
-
-TEST_F(LoggerTest, ReplacedCallbackIsReleased) {
-  const auto token = std::make_shared<int>(0);
-  Logger::SetCallback([token](Logger::LOG_TYPE, const char*) {});
-  EXPECT_EQ(token.use_count(), 2);
-  Logger::SetCallback([](Logger::LOG_TYPE, const char*) {});
-  EXPECT_EQ(token.use_count(), 1);
 }
 
 TEST_F(LoggerTest, ThrowingCallbackReachesTheCallerAndReleasesTheMutex) {
