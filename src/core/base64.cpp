@@ -56,7 +56,19 @@ std::string Base64Encode(const uint8_t* data, std::size_t size) {
   const std::size_t groups = size / 3;
   std::string result((groups + (size % 3 != 0)) * 4, '\0');
   char* out = result.data();
-  for (std::size_t g = 0; g < groups; ++g, data += 3, out += 4) {
+  std::size_t g = 0;
+  // Two groups per step from one 8-byte load, while the load stays inside the input.
+  for (; g + 2 < groups; g += 2, data += 6, out += 8) {
+    uint64_t word;
+    std::memcpy(&word, data, 8);
+    word = __builtin_bswap64(word);  // the six bytes of the two groups in the top 48 bits
+    const uint64_t chars = uint64_t{kPairs.pairs[(word >> 52) & 0xFFF]} |
+                           (uint64_t{kPairs.pairs[(word >> 40) & 0xFFF]} << 16) |
+                           (uint64_t{kPairs.pairs[(word >> 28) & 0xFFF]} << 32) |
+                           (uint64_t{kPairs.pairs[(word >> 16) & 0xFFF]} << 48);
+    std::memcpy(out, &chars, 8);
+  }
+  for (; g < groups; ++g, data += 3, out += 4) {
     const uint32_t bits = (uint32_t{data[0]} << 16) | (uint32_t{data[1]} << 8) | data[2];
     std::memcpy(out, &kPairs.pairs[bits >> 12], 2);
     std::memcpy(out + 2, &kPairs.pairs[bits & 0xFFF], 2);
