@@ -18,6 +18,7 @@ bool ReadNode(const std::shared_ptr<OptionNode>& node, const JsonValue& json) {
       return true;
     case rapidjson::kObjectType: {
       bool result = false;
+      node->ReserveChildren(node->GetChildren().size() + json.MemberCount());
       for (auto member = json.MemberBegin(); member != json.MemberEnd(); ++member) {
         // Intended: keys end at their first NUL, whatever length the DOM stores.
         auto child = std::make_shared<OptionNode>(HashedName(TextOf(member->name.GetString())));
@@ -28,6 +29,7 @@ bool ReadNode(const std::shared_ptr<OptionNode>& node, const JsonValue& json) {
     }
     case rapidjson::kArrayType: {
       bool result = false;
+      node->ReserveChildren(node->GetChildren().size() + json.Size());
       for (const JsonValue& element : json.GetArray()) {
         auto child = std::make_shared<OptionNode>();
         node->AddNewChild(child);

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -61,6 +62,10 @@ class TreeNode : public std::enable_shared_from_this<Node> {
     child->parent.reset();
   }
 
+  // Makes room for `count` children in all, so that a reader who knows the number appends without
+  // moving the list.
+  void ReserveChildren(std::size_t count) { children.reserve(count); }
+
   // The first child whose name has `hash`, or null. Names are never compared as text.
   Ref FindChildByHash(uint32_t hash) const {
     for (const Ref& child : children) {
@@ -78,9 +83,11 @@ class TreeNode : public std::enable_shared_from_this<Node> {
   // AddChild for a node that was just made and that nobody else has seen: it has no parent and cannot be
   // listed anywhere, so the detaching and the search of AddChild would find nothing.
   void AppendDetached(const Ref& child) {
-    Ref self = this->shared_from_this();
-    child->parent = self;
+    // The weak reference alone is enough to link upward; it fails as shared_from_this would.
+    std::weak_ptr<Node> self = this->weak_from_this();
+    if (self.expired()) throw std::bad_weak_ptr();
     children.push_back(child);
+    child->parent = std::move(self);
   }
 
   std::weak_ptr<Node> parent;

@@ -46,8 +46,7 @@ void WorkerThread::Swap(WorkerThread& other) noexcept {
 void WorkerThread::Run() {
   if (!body) throw std::bad_function_call();
   body();
-  std::atomic_thread_fence(std::memory_order_seq_cst);
-  running.store(false, std::memory_order_seq_cst);
+  running.store(false, std::memory_order_seq_cst);  // a sequentially consistent store is a full fence
 }
 
 }  // namespace quorl

@@ -27,8 +27,7 @@ class WorkerThread {
   template <class Body>
   void Start(Body&& newBody) {
     body = std::forward<Body>(newBody);
-    running.store(true, std::memory_order_seq_cst);
-    std::atomic_thread_fence(std::memory_order_seq_cst);
+    running.store(true, std::memory_order_seq_cst);  // a sequentially consistent store is a full fence
     try {
       thread = std::thread([this] { Run(); });
     } catch (...) {

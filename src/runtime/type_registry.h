@@ -16,7 +16,13 @@ struct ValueTypeTable;
 // The registry of value type tables; hold ValueTypeLock() while using it.
 std::vector<ValueTypeTable*>& ValueTypeRegistry();
 
+// Constant-initialised (std::mutex has a constexpr constructor), so no start-up order matters; inline,
+// because every typed use of a value table takes it.
+inline std::mutex gValueTypeLock;
+
 // The process-wide mutex that guards the registry and the first filling of each table.
-std::mutex& ValueTypeLock();
+inline std::mutex& ValueTypeLock() {
+  return gValueTypeLock;
+}
 
 }  // namespace quorl
