@@ -37,7 +37,9 @@ int ExportCount() {
 
 std::unique_ptr<BridgeLibrary> BridgeLibrary::Open(const std::string& path, std::string* error) {
   // RTLD_LOCAL as the engine does: nothing the library exports may satisfy another plug-in's symbols.
-  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  // RTLD_NODELETE: the engine keeps a plug-in loaded for the life of the process, and the library's
+  // singletons (never freed, by design) must stay reachable until exit.
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   if (handle == nullptr) {
     const char* reason = dlerror();
     *error = "cannot load " + path + ": " + (reason != nullptr ? reason : "unknown loader error");

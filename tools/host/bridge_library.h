@@ -4,8 +4,9 @@
 // The simulator never links against the library: every call goes through the table, so a library that
 // lacks an export (or exports it under a decorated name) is caught at load time with the missing names
 // listed, exactly as the engine would fail to bind it. The object owns the dlopen handle and closes it
-// when destroyed; destroy it only after every thread that calls through the table has stopped. The
-// table itself is immutable after Open and may be read from any thread.
+// when destroyed, but the library stays mapped until the process ends, as in the engine; destroy it only
+// after every thread that calls through the table has stopped. The table is immutable after Open and
+// may be read from any thread.
 #pragma once
 
 #include <memory>

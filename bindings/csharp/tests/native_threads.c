@@ -34,7 +34,8 @@ typedef struct {
 
 static void* Fire(void* argument) {
   FireJob* job = (FireJob*)argument;
-  for (int32_t i = 0; i < job->count; ++i) job->fire(job->ids[i]);
+  for (int32_t i = 0; i < job->count; ++i)
+    job->fire(job->ids[i]);
   return NULL;
 }
 
@@ -60,7 +61,8 @@ typedef struct {
 static void* Play(void* argument) {
   PlaybackJob* job = (PlaybackJob*)argument;
   StaticHandler_OnAssetInitialised(41, job->tag);
-  job->answer = StaticHandler_OnAssetSelectRepresentation(&job->descriptor, 1, job->tag, 2, &job->descriptor) ? 1 : 0;
+  job->answer =
+      StaticHandler_OnAssetSelectRepresentation(&job->descriptor, 1, job->tag, 2, &job->descriptor) ? 1 : 0;
   StaticHandler_OnAssetRepresentationDataReceived(job->tag, &job->descriptor, job, 3, NULL, 0.75f);
   return NULL;
 }
