@@ -82,14 +82,17 @@ TEST(HandleTable, DestroyingTheZeroHandleFreesTheReservedSlotButNothingBeyond) {
   EXPECT_EQ(table.Create(&type, 0), 1u);
 }
 
-TEST(HandleTable, SecondDestroyFreesTheSlotTwice) {
+TEST(HandleTable, FreedSlotsAreReusedLastFirstAndASecondDestroyFreesTwice) {
   HandleType type = MakeType();
   HandleTable table;
-  const uint32_t handle = table.Create(&type, 0);
-  table.Destroy(handle);
-  table.Destroy(handle);
-  EXPECT_EQ(table.FreeCount(), 2u);
-  EXPECT_EQ(Counters::destroyed, 1);
+  const uint32_t a = table.Create(&type, 0), b = table.Create(&type, 0);
+  table.Destroy(a);
+  table.Destroy(b);
+  EXPECT_EQ(table.Create(&type, 0), b + 1);
+  table.Destroy(a);
+  table.Destroy(a);
+  EXPECT_EQ(table.FreeCount(), 3u);
+  EXPECT_EQ(Counters::destroyed, 2);
 }
 
 TEST(HandleTable, ClearDestroysEverythingAndRestartsGenerations) {
