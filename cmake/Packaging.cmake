@@ -63,8 +63,10 @@ option(QUORL_STATIC_CXX_RUNTIME
   "Link libstdc++ and libgcc into libQuorlBridge.so, so one file runs on distributions with an older C++ runtime"
   OFF)
 if(QUORL_STATIC_CXX_RUNTIME)
-  # --exclude-libs keeps the runtime's own symbols local even if the version script ever loosened.
-  target_link_options(QuorlBridge PRIVATE -static-libstdc++ -static-libgcc -Wl,--exclude-libs,ALL)
+  # --exclude-libs keeps the runtime's own symbols local even if the version script ever loosened. Not
+  # ALL: the exports themselves come from an archive too (quorl_bridge).
+  target_link_options(QuorlBridge PRIVATE -static-libstdc++ -static-libgcc
+    -Wl,--exclude-libs,libstdc++.a:libgcc.a:libgcc_eh.a)
 endif()
 
 # ---- Install rules ---------------------------------------------------------------------------------
