@@ -36,6 +36,7 @@ struct HandleSlot {
   HandleType* type;  // null when the slot is empty
   void* value;       // owned through type->destroy; null when the slot is empty
 };
+static_assert(sizeof(HandleSlot) == 3 * sizeof(void*), "a slot is three machine words");
 
 // Invariants: slots[i].handle >> 16 == i (mod 65536); slots grows only while freeList is empty, so the
 // raw pointers in freeList never dangle; slot 0 is appended by the constructor and Clear.
