@@ -34,7 +34,8 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan --output-on-failure -j"$jobs" --timeout 900
 
 section "concurrency tests under ThreadSanitizer"
-configure build-tsan -DQUORL_SANITIZE=thread -DQUORL_BUILD_BENCH=OFF -DQUORL_BUILD_TOOLS=OFF
-cmake --build build-tsan -j"$jobs" --target quorl_concurrency_tests
+configure build-tsan -DQUORL_SANITIZE=thread -DQUORL_BUILD_BENCH=OFF
+# The concurrency tests, and the engine-host simulator whose session is one of them.
+cmake --build build-tsan -j"$jobs" --target quorl_concurrency_tests quorl-host
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   ctest --test-dir build-tsan --output-on-failure -L concurrency --timeout 900
