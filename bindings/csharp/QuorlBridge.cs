@@ -277,23 +277,26 @@ namespace Quorl
             }
         }
 
-        // One delegate per static method, kept for the session, so native code never calls a collected thunk.
-        private static readonly Dictionary<System.Reflection.MethodInfo, Delegate> KeptCallbacks =
-            new Dictionary<System.Reflection.MethodInfo, Delegate>();
+        // One delegate per static method and delegate type, kept for the session, so native code never
+        // calls a collected thunk and a script that queues every frame does not grow the table.
+        private static readonly Dictionary<KeyValuePair<Type, System.Reflection.MethodInfo>, Delegate> KeptCallbacks =
+            new Dictionary<KeyValuePair<Type, System.Reflection.MethodInfo>, Delegate>();
 
         private static T Keep<T>(T callback, string parameter) where T : class
         {
             Delegate given = callback as Delegate;
             RequireAotCallback(given, parameter);
+            KeyValuePair<Type, System.Reflection.MethodInfo> key =
+                new KeyValuePair<Type, System.Reflection.MethodInfo>(given.GetType(), given.Method);
             lock (KeptCallbacks)
             {
                 Delegate kept;
-                if (!KeptCallbacks.TryGetValue(given.Method, out kept))
+                if (!KeptCallbacks.TryGetValue(key, out kept))
                 {
                     kept = given;
-                    KeptCallbacks.Add(given.Method, kept);
+                    KeptCallbacks.Add(key, kept);
                 }
-                return kept as T;
+                return (T)(object)kept;
             }
         }
 
