@@ -62,11 +62,14 @@ include(CMakePackageConfigHelpers)
 option(QUORL_STATIC_CXX_RUNTIME
   "Link libstdc++ and libgcc into libQuorlBridge.so, so one file runs on distributions with an older C++ runtime"
   OFF)
-if(QUORL_STATIC_CXX_RUNTIME)
+function(quorl_link_cxx_runtime_statically target)
   # --exclude-libs keeps the runtime's own symbols local even if the version script ever loosened. Not
   # ALL: the exports themselves come from an archive too (quorl_bridge).
-  target_link_options(QuorlBridge PRIVATE -static-libstdc++ -static-libgcc
+  target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc
     -Wl,--exclude-libs,libstdc++.a:libgcc.a:libgcc_eh.a)
+endfunction()
+if(QUORL_STATIC_CXX_RUNTIME)
+  quorl_link_cxx_runtime_statically(QuorlBridge)
 endif()
 
 # ---- Install rules ---------------------------------------------------------------------------------

@@ -1,15 +1,20 @@
 # Checks the drop-in folder for game projects: the library where the engine looks for it, the C# binding
 # beside it, and a dynamic symbol table of exactly the 35 exports (also when the C++ runtime is linked in).
 #   -DFOLDER=<folder> -DEXPORTS_MAP=<cmake/exports.map> -DNM=<nm> -DREADELF=<readelf> -DSTATIC_RUNTIME=<ON|OFF>
+# With -DLIBRARY=<.so> instead of -DFOLDER, checks only that library's symbols and dependencies.
 cmake_minimum_required(VERSION 3.25)
 
-set(library ${FOLDER}/Assets/Plugins/x86_64/libQuorlBridge.so)
-foreach(file ${library} ${FOLDER}/Assets/Plugins/QuorlBridge/QuorlNative.cs
-        ${FOLDER}/Assets/Plugins/QuorlBridge/QuorlBridge.cs ${FOLDER}/Assets/Plugins/QuorlBridge/AotCallbackAttribute.cs)
-  if(NOT EXISTS ${file})
-    message(FATAL_ERROR "missing from the drop-in folder: ${file}")
-  endif()
-endforeach()
+if(LIBRARY)
+  set(library ${LIBRARY})
+else()
+  set(library ${FOLDER}/Assets/Plugins/x86_64/libQuorlBridge.so)
+  foreach(file ${library} ${FOLDER}/Assets/Plugins/QuorlBridge/QuorlNative.cs
+          ${FOLDER}/Assets/Plugins/QuorlBridge/QuorlBridge.cs ${FOLDER}/Assets/Plugins/QuorlBridge/AotCallbackAttribute.cs)
+    if(NOT EXISTS ${file})
+      message(FATAL_ERROR "missing from the drop-in folder: ${file}")
+    endif()
+  endforeach()
+endif()
 
 file(READ ${EXPORTS_MAP} map)
 string(REGEX REPLACE ".*global:(.*)local:.*" "\\1" map "${map}")
