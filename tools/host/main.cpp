@@ -102,6 +102,5 @@ int main(int argc, char** argv) {
   }
   std::printf("quorl-host: loaded %s, all %d exports resolved\n", bridge->resolvedPath().c_str(),
               quorl::host::ExportCount());
-  options.libraryPath = bridge->resolvedPath();
   return quorl::host::RunSession(bridge->api(), options) ? 0 : 1;
 }

@@ -25,7 +25,6 @@ struct SessionOptions {
   uint32_t seed = 1;
   double framesPerSecond = 100;  // 0 runs unpaced, as fast as the threads go
   bool progress = false;         // the live progress line on standard error
-  std::string libraryPath;       // for the report
 };
 
 // Plays one session through `api`; returns true when every invariant held.
