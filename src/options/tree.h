@@ -8,7 +8,10 @@
 // used by one thread at a time, although shared references to its nodes may be copied and dropped on
 // any thread (the counts are atomic).
 //
-// Node is the concrete record (CRTP); it must have a `name` field of type HashedName for FindChildByHash.
+// Node is the concrete record (CRTP): it derives publicly from TreeNode<Node>, declares its own fields
+// after the links, and has a `name` field of type HashedName for FindChildByHash (befriend
+// TreeNode<Node> when that field is private). Walks that differ between trees, such as the path of a
+// node, belong to Node.
 #pragma once
 
 #include <algorithm>
