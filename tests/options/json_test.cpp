@@ -130,6 +130,9 @@ TEST(JsonRoundTrip, RealisticDocumentsSurviveWhereTheRulesAllow) {
   Ref tree = Read(text);
   EXPECT_EQ(Write(tree), Print(Parse(text)));
   EXPECT_TRUE(Read(Write(tree))->Equals(tree));
+  // Empty containers and nulls are lost, and scalars move ahead of containers.
+  EXPECT_EQ(Write(Read(R"({"stream":{"tracks":[{"id":1},2,null,[],"x"],"meta":{},"gain":1.5}})")),
+            R"({"stream":{"gain":1.5,"tracks":[2,"x",{"id":1}]}})");
 
   Ref typed = std::make_shared<OptionNode>();
   typed->SetChild("small", OptionValue::Of<Int64Type>(5));
