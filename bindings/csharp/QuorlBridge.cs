@@ -103,11 +103,9 @@ namespace Quorl
         /// <summary>Sets the notice of a completed interface shutdown; null clears it.</summary>
         public static void SetInterfaceShutdownCallback(Action callback)
         {
-            lock (Gate)
-            {
-                shutdownCallback = callback;
-                QuorlNative.SetFunc_InterfaceShutdown(callback != null ? ShutdownTrampoline : null);
-            }
+            Install(() => shutdownCallback = callback,
+                    () => QuorlNative.SetFunc_InterfaceShutdown(callback != null ? ShutdownTrampoline : null),
+                    callback != null);
         }
 
         /// <summary>
@@ -477,11 +475,9 @@ namespace Quorl
         /// <summary>Sets the callback for asset initialisation; null clears it (events are then lost).</summary>
         public static void SetOnAssetInitialised(Action<int, IntPtr> callback)
         {
-            lock (Gate)
-            {
-                assetInitialised = callback;
-                QuorlNative.Callback_Set_OnAssetInitialised(callback != null ? AssetInitialisedTrampoline : null);
-            }
+            Install(() => assetInitialised = callback,
+                    () => QuorlNative.Callback_Set_OnAssetInitialised(callback != null ? AssetInitialisedTrampoline : null),
+                    callback != null);
         }
 
         /// <summary>
@@ -490,22 +486,16 @@ namespace Quorl
         /// </summary>
         public static void SetOnAssetSelectRepresentation(Func<Representation, bool> callback)
         {
-            lock (Gate)
-            {
-                selectRepresentation = callback;
-                QuorlNative.Callback_Set_OnAssetSelectRepresentation(callback != null ? SelectRepresentationTrampoline
-                                                                                      : null);
-            }
+            Install(() => selectRepresentation = callback,
+                    () => QuorlNative.Callback_Set_OnAssetSelectRepresentation(callback != null ? SelectRepresentationTrampoline : null),
+                    callback != null);
         }
 
         public static void SetOnAssetRepresentationDataReceived(Action<RepresentationData> callback)
         {
-            lock (Gate)
-            {
-                dataReceived = callback;
-                QuorlNative.Callback_Set_OnAssetRepresentationDataReceived(callback != null ? DataReceivedTrampoline
-                                                                                            : null);
-            }
+            Install(() => dataReceived = callback,
+                    () => QuorlNative.Callback_Set_OnAssetRepresentationDataReceived(callback != null ? DataReceivedTrampoline : null),
+                    callback != null);
         }
 
         [MonoPInvokeCallback(typeof(OnAssetInitialisedCallback))]
@@ -628,6 +618,18 @@ namespace Quorl
         }
 
         // ---- Helpers -------------------------------------------------------------------------------
+
+        // Native code calls the trampoline only while it is registered: set the managed callback before
+        // registering, and unregister before clearing it, so no event in between finds it missing.
+        private static void Install(Action storeManaged, Action registerNative, bool setting)
+        {
+            lock (Gate)
+            {
+                if (setting) storeManaged();
+                registerNative();
+                if (!setting) storeManaged();
+            }
+        }
 
         private static void Report(Exception e)
         {
