@@ -104,7 +104,8 @@ namespace Quorl
         public static void SetInterfaceShutdownCallback(Action callback)
         {
             Install(() => shutdownCallback = callback,
-                    () => QuorlNative.SetFunc_InterfaceShutdown(callback != null ? ShutdownTrampoline : null),
+                    () => QuorlNative.SetFunc_InterfaceShutdown(
+                        callback != null ? ShutdownTrampoline : null),
                     callback != null);
         }
 
@@ -476,7 +477,8 @@ namespace Quorl
         public static void SetOnAssetInitialised(Action<int, IntPtr> callback)
         {
             Install(() => assetInitialised = callback,
-                    () => QuorlNative.Callback_Set_OnAssetInitialised(callback != null ? AssetInitialisedTrampoline : null),
+                    () => QuorlNative.Callback_Set_OnAssetInitialised(
+                        callback != null ? AssetInitialisedTrampoline : null),
                     callback != null);
         }
 
@@ -487,14 +489,16 @@ namespace Quorl
         public static void SetOnAssetSelectRepresentation(Func<Representation, bool> callback)
         {
             Install(() => selectRepresentation = callback,
-                    () => QuorlNative.Callback_Set_OnAssetSelectRepresentation(callback != null ? SelectRepresentationTrampoline : null),
+                    () => QuorlNative.Callback_Set_OnAssetSelectRepresentation(
+                        callback != null ? SelectRepresentationTrampoline : null),
                     callback != null);
         }
 
         public static void SetOnAssetRepresentationDataReceived(Action<RepresentationData> callback)
         {
             Install(() => dataReceived = callback,
-                    () => QuorlNative.Callback_Set_OnAssetRepresentationDataReceived(callback != null ? DataReceivedTrampoline : null),
+                    () => QuorlNative.Callback_Set_OnAssetRepresentationDataReceived(
+                        callback != null ? DataReceivedTrampoline : null),
                     callback != null);
         }
 
