@@ -23,16 +23,16 @@ TEST(PathStrings, TheLastElementsDotDecidesFileOrDirectory) {
 }
 
 TEST(PathStrings, PartsFollowTheNormalisedText) {
-  EXPECT_EQ(GetDirectoryOf("a/b.c"), "a/");
-  EXPECT_EQ(GetDirectoryOf("a/b"), "a/b/");
-  EXPECT_EQ(GetDirectoryOf("b.c"), "b.c/");
-  EXPECT_EQ(GetFileStem("a/name.tar.gz"), "name");
-  EXPECT_EQ(GetFileStem("a/b"), "");
-  EXPECT_EQ(GetFileStem("b.c"), "");
-  EXPECT_EQ(GetFileExtension("a/b.tar.gz"), "gz");
-  EXPECT_EQ(GetFileExtension("a/b"), "");
-  EXPECT_EQ(GetFileExtension("a/b."), "");
-  EXPECT_EQ(GetFileExtension("dir.old/file"), "old/file/");
+  const char* const cases[][4] = {
+      // path, directory, stem, extension
+      {"a/b.c", "a/", "b", "c"},       {"a/b", "a/b/", "", ""}, {"b.c", "b.c/", "", "c/"},
+      {"a/n.tar.gz", "a/", "n", "gz"}, {"a/b.", "a/", "b", ""}, {"d.old/f", "d.old/f/", "", "old/f/"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(GetDirectoryOf(c[0]), c[1]) << c[0];
+    EXPECT_EQ(GetFileStem(c[0]), c[2]) << c[0];
+    EXPECT_EQ(GetFileExtension(c[0]), c[3]) << c[0];
+  }
 }
 
 TEST(PathStrings, AbsolutePathsAndSchemesAreOnlyNormalised) {
