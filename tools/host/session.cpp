@@ -603,9 +603,12 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
     std::printf("%s%s %s", shape == 0 ? "" : " | ", ShapeName(static_cast<Shape>(shape)),
                 Grouped(renderStats.queued[shape]).c_str());
   }
-  std::printf(
-      "\n                  %s follow-ups queued from inside render work (%s got the id they ran under)\n",
-      Grouped(renderStats.followUps).c_str(), Grouped(renderStats.followUpsOnOwnId).c_str());
+  // Reusing the running id needs every lower slot pending, which a session rarely arranges.
+  const std::string ownId = renderStats.followUpsOnOwnId == 0 ? std::string()
+                                                              : " (" + Grouped(renderStats.followUpsOnOwnId) +
+                                                                    " got the id they ran under)";
+  std::printf("\n                  %s follow-ups queued from inside render work%s\n",
+              Grouped(renderStats.followUps).c_str(), ownId.c_str());
   std::printf("                  ids %d..%d (slots are reused as they free up), %s frames rendered\n",
               renderStats.lowestId, renderStats.highestId, Grouped(framesRendered).c_str());
   std::printf("  latency         queue to run: p50 %s, p99 %s, max %s\n",
