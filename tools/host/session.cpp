@@ -42,8 +42,10 @@ std::string Duration(int64_t ns) {
   char text[32];
   if (ns < 1000000) {
     std::snprintf(text, sizeof(text), "%.1f us", static_cast<double>(ns) / 1e3);
-  } else {
+  } else if (ns < 1000000000) {
     std::snprintf(text, sizeof(text), "%.2f ms", static_cast<double>(ns) / 1e6);
+  } else {
+    std::snprintf(text, sizeof(text), "%.2f s", static_cast<double>(ns) / 1e9);
   }
   return text;
 }
