@@ -44,13 +44,21 @@ void Coerce(const OptionValue& declared, OptionNode& node) {
 
 bool OptionGroup::Validate(const NodeRef& node) {
   bool result = true;
+  // This group's part of the path text, made at the first child (so that a group without shared
+  // ownership throws there and only there) and the same for all the others.
+  std::string groupPath;
+  bool haveGroupPath = false;
   // By index: validation replaces values below `node` but never adds or removes its children.
   for (std::size_t i = 0; i < node->GetChildren().size(); ++i) {
     const NodeRef& child = node->GetChildren()[i];
     const DescriptorRef option = FindOption(child->GetName());
     const Ref group = FindGroup(child->GetName());
+    if (!haveGroupPath) {
+      groupPath = GetPathString();
+      haveGroupPath = true;
+    }
     // Built for every node before any test; the root's empty path leaves a leading dot, as intended.
-    std::string path = GetPathString();
+    std::string path = groupPath;
     path += '.';
     path += child->GetName().name.c_str();
 
