@@ -56,8 +56,9 @@ GroupRef PlayerSchema() {
 
 TEST(Resolver, PlayerSettingsFromJsonComeOutCompleteAndTyped) {
   GroupRef schema = PlayerSchema();
-  NodeRef config = Read(R"({"volume":1,"language":"fr","fps":25,"video":{"renderer":"vulkan","hdr":"true",)"
-                        R"("fps":"30","shader":"x"},"network":{"bitrate":8000000,"proxy":"host"}})");
+  NodeRef config =
+      Read(R"({"volume":1,"language":"fr","muted":null,"fps":25,"video":{"renderer":"vulkan","hdr":"true",)"
+           R"("fps":"30","shader":"x"},"network":{"bitrate":8000000,"proxy":"host"}})");
   LogCapture log;
   EXPECT_FALSE(schema->Validate(config));
   schema->ApplyDefaults(config);
@@ -68,7 +69,7 @@ TEST(Resolver, PlayerSettingsFromJsonComeOutCompleteAndTyped) {
                        }));
   EXPECT_EQ(
       Write(config),
-      R"({"volume":1.0,"language":"fr","fps":25,"muted":false,)"
+      R"({"volume":1.0,"language":"fr","muted":false,"fps":25,)"
       R"("video":{"renderer":"vulkan","hdr":true,"fps":30,"shader":"x","tonemap":"reinhard"},)"
       R"("network":{"bitrate":8000000,"proxy":"host","cache":true},"subtitles":{"size":24,"font":"sans"}})");
   EXPECT_TRUE(config->FindByPath({"network", "bitrate"})->GetValue().Holds<Int64Type>());
