@@ -133,8 +133,8 @@ class OptionGroup : public TreeNode<OptionGroup> {
   // From the root, whatever group it is called on; an empty path gives the root.
   Ref FindGroupByPath(const OptionPath& path);
   // From the root. Every element that bears the last element's hash is passed over without a step, not
-  // just the last one (a, b, a walks into b and looks for option a there). Empty path: null. Elements
-  // before the last two must name existing groups.
+  // just the last one (a, b, a walks into b and looks for option a there). Empty path, or a group missing
+  // on the way: null.
   DescriptorRef FindOptionByPath(const OptionPath& path);
 
   // Appends the names from below the root down to this group to `out` (pass an empty list: it is
