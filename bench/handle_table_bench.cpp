@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "core/handle_table.h"
+#include "ratio_reporter.h"
 
 namespace {
 
@@ -103,39 +104,8 @@ BENCHMARK(CreateInvokeDestroyReference);
 BENCHMARK(Invoke);
 BENCHMARK(InvokeReference);
 
-// Prints each benchmark's speed as a multiple of its "...Reference" partner from the same run.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration) continue;
-      auto& [total, count] = cpuTimes_[run.run_name.str()];
-      total += run.GetAdjustedCPUTime();
-      ++count;
-    }
-  }
-  // CPU time, as for the rates: the wall clock on a shared machine also counts other processes.
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    for (const auto& [name, time] : cpuTimes_) {
-      const auto reference = cpuTimes_.find(name + "Reference");
-      if (reference == cpuTimes_.end()) continue;
-      std::printf("%s: %.2fx the reference\n", name.c_str(),
-                  (reference->second.first / reference->second.second) / (time.first / time.second));
-    }
-  }
-
- private:
-  std::map<std::string, std::pair<double, int>> cpuTimes_;  // total and count
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return quorl::bench::RunBenchmarksWithRatios(argc, argv);
 }
