@@ -2,9 +2,12 @@
 // scanning the slots.
 //
 // A tree of 64-bit words: in level 0, bit i is set when slot i is free; in every level above, a bit is
-// set when the word below it has any bit set. The top level is one word. Finding the lowest free slot,
-// and marking a slot free or taken, touch one word per level: O(log64 n), four levels for 16 million
-// slots. Slots that were never added are not in the set, so growing the table adds nothing to it.
+// set when the word below it has any bit set, and may stay set for a while after that word emptied (a
+// stale summary, cleared by the next search that walks into it). The top level is one word. Taking a
+// slot touches one word; freeing one climbs only until it meets a summary bit that is already set. Finding
+// the lowest free slot, and marking a slot free or taken, touch one word per level: O(log64 n), four levels
+// for 16 million slots. Slots that were never added are not in the set, so growing the table adds nothing to
+// it.
 //
 // Constant-initialised, so the global slot table needs no dynamic initialisation. Not synchronised: the owner
 // (the render-event slot table) holds its mutex around every call.
@@ -25,38 +28,36 @@ class FreeSlotIndex {
   // Makes room for slots [0, count): may allocate, and leaves the set unchanged if that throws.
   void Reserve(std::size_t count);
 
-  // The lowest free slot, or kNone.
-  std::size_t Lowest() const noexcept {
-    if (levelCount_ == 0 || levels_[levelCount_ - 1][0] == 0) return kNone;
-    std::size_t index = 0;
-    for (std::size_t level = levelCount_; level-- > 0;) {
-      index = index * 64 + static_cast<std::size_t>(__builtin_ctzll(levels_[level][index]));
+  // The lowest free slot, or kNone. Clears the stale summary bits it meets on the way.
+  std::size_t Lowest() noexcept {
+    for (;;) {
+      if (levelCount_ == 0 || levels_[levelCount_ - 1][0] == 0) return kNone;
+      std::size_t index = 0;
+      std::size_t level = levelCount_;
+      while (level-- > 0) {
+        const uint64_t word = levels_[level][index];
+        if (word == 0) break;
+        index = index * 64 + static_cast<std::size_t>(__builtin_ctzll(word));
+      }
+      if (level == static_cast<std::size_t>(-1)) return index;
+      ClearStaleSummary(level + 1, index);
     }
-    return index;
   }
 
-  // Both require a slot below the reserved count. They stop at the first level whose summary bit
-  // does not change.
+  // Both require a slot below the reserved count. Only MarkFree climbs: it stops at the first summary
+  // bit that is already set.
   void MarkFree(std::size_t slot) noexcept {
     std::size_t index = slot;
     for (std::size_t level = 0; level < levelCount_; ++level) {
       uint64_t& word = levels_[level][index / 64];
-      const bool wasEmpty = word == 0;
-      word |= uint64_t{1} << (index % 64);
-      if (!wasEmpty) return;
+      const uint64_t bit = uint64_t{1} << (index % 64);
+      if ((word & bit) != 0) return;
+      word |= bit;
       index /= 64;
     }
   }
 
-  void MarkTaken(std::size_t slot) noexcept {
-    std::size_t index = slot;
-    for (std::size_t level = 0; level < levelCount_; ++level) {
-      uint64_t& word = levels_[level][index / 64];
-      word &= ~(uint64_t{1} << (index % 64));
-      if (word != 0) return;
-      index /= 64;
-    }
-  }
+  void MarkTaken(std::size_t slot) noexcept { levels_[0][slot / 64] &= ~(uint64_t{1} << (slot % 64)); }
 
  private:
   // 64^6 slots is more than an i32 identifier can name.
@@ -66,6 +67,16 @@ class FreeSlotIndex {
   std::unique_ptr<uint64_t[]> levels_[kMaxLevels] = {};
   std::size_t words_[kMaxLevels] = {};
   std::size_t levelCount_ = 0;
+
+  // Word `index` of level `level - 1` is empty: clears its summary bit, and upward while words empty.
+  void ClearStaleSummary(std::size_t level, std::size_t index) noexcept {
+    for (; level < levelCount_; ++level) {
+      uint64_t& word = levels_[level][index / 64];
+      word &= ~(uint64_t{1} << (index % 64));
+      if (word != 0) return;
+      index /= 64;
+    }
+  }
 };
 
 }  // namespace quorl

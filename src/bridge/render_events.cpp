@@ -101,26 +101,18 @@ int32_t RenderEventSlotCount() {
 
 namespace {
 
-// Scopes live only for one call on one thread, so their blocks are recycled through a per-thread list
-// instead of being allocated every frame. Every block has the same size, whatever type asks for it.
+// A scope lives only for one call on one thread, so each thread keeps one block for it and reuses it
+// on every frame-context event instead of allocating. A scope made while the thread's block is in use
+// (a render function that fires another frame-context event itself) gets a heap block. The block is
+// plain thread-local data: nothing to free when the thread ends.
 constexpr std::size_t kScopeBlockSize = 64;
 
-struct ScopeBlockCache {
-  struct Block {
-    Block* next;
-  };
-  Block* head = nullptr;
-
-  ~ScopeBlockCache() {
-    while (head != nullptr) {
-      Block* next = head->next;
-      ::operator delete(head);
-      head = next;
-    }
-  }
+struct ScopeBlock {
+  alignas(std::max_align_t) unsigned char bytes[kScopeBlockSize];
+  bool inUse;
 };
 
-thread_local ScopeBlockCache scopeBlocks;
+thread_local ScopeBlock scopeBlock;
 
 template <typename T>
 struct RecyclingAllocator {
@@ -132,25 +124,22 @@ struct RecyclingAllocator {
 
   T* allocate(std::size_t n) {
     static_assert(sizeof(T) <= kScopeBlockSize, "a frame-context scope block is too small");
-    if (n != 1) return static_cast<T*>(::operator new(n * sizeof(T)));
-    ScopeBlockCache& cache = scopeBlocks;
-    if (cache.head != nullptr) {
-      ScopeBlockCache::Block* block = cache.head;
-      cache.head = block->next;
-      return reinterpret_cast<T*>(block);
+    static_assert(alignof(T) <= alignof(std::max_align_t), "a frame-context scope block is misaligned");
+    ScopeBlock& block = scopeBlock;
+    if (n == 1 && !block.inUse) {
+      block.inUse = true;
+      return reinterpret_cast<T*>(block.bytes);
     }
-    return static_cast<T*>(::operator new(kScopeBlockSize));
+    return static_cast<T*>(::operator new(n * sizeof(T)));
   }
 
-  void deallocate(T* pointer, std::size_t n) noexcept {
-    if (n != 1) {
-      ::operator delete(pointer);
+  void deallocate(T* pointer, std::size_t) noexcept {
+    ScopeBlock& block = scopeBlock;
+    if (reinterpret_cast<unsigned char*>(pointer) == block.bytes) {
+      block.inUse = false;
       return;
     }
-    auto* block = reinterpret_cast<ScopeBlockCache::Block*>(pointer);
-    ScopeBlockCache& cache = scopeBlocks;
-    block->next = cache.head;
-    cache.head = block;
+    ::operator delete(pointer);
   }
 
   template <typename U>
