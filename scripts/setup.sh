@@ -7,6 +7,7 @@ packages=(
   build-essential cmake git pkg-config binutils
   libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev
   mono-mcs mono-runtime
+  clang libclang-rt-14-dev
 )
 
 missing=()
