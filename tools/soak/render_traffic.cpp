@@ -86,14 +86,14 @@ void RenderTraffic::Retire(ThreadContext& context, EventProducer& producer, Even
   record.outstanding = false;
 }
 
-bool RenderTraffic::QueueOne(ThreadContext& context, EventProducer& producer) {
+int32_t RenderTraffic::QueueOne(ThreadContext& context, EventProducer& producer) {
   Random& random = context.random();
   const auto shape = static_cast<Shape>(random.Below(kShapeCount));
   int32_t id = 0;
   int32_t token = -1;
 
   if (shape == Shape::kPlain) {
-    if (plainOutstanding_.load(std::memory_order_relaxed) >= kPlainBudget) return false;
+    if (plainOutstanding_.load(std::memory_order_relaxed) >= kPlainBudget) return 0;
     plainOutstanding_.fetch_add(1, std::memory_order_relaxed);
     id = SOAK_CALL(context, QueueGLEvent)(&OnPlain);
   } else {
@@ -113,7 +113,7 @@ bool RenderTraffic::QueueOne(ThreadContext& context, EventProducer& producer) {
     }
     if (record == nullptr) {
       ++producer.busy;
-      return false;
+      return 0;
     }
     record->generation = (record->generation + 1) & kGenerationMask;
     record->word.store(static_cast<uint64_t>(record->generation) << 32, std::memory_order_release);
@@ -152,7 +152,7 @@ bool RenderTraffic::QueueOne(ThreadContext& context, EventProducer& producer) {
     return Printf("%s returned id %d, but never more than %d events were pending at once", ShapeName(shape),
                   id, slotBound_);
   });
-  if (!inBounds) return true;
+  if (!inBounds) return id;
   NoteId(id);
   if (shape == Shape::kPlain) plainQueued_[id - kIdBase].fetch_add(1, std::memory_order_relaxed);
 
@@ -162,7 +162,7 @@ bool RenderTraffic::QueueOne(ThreadContext& context, EventProducer& producer) {
     // Mostly small hand-overs; now and then a long burst, so many events pend at once.
     producer.publishAt = 1 + (random.OneIn(16) ? random.Below(1500) : random.Below(8));
   }
-  return true;
+  return id;
 }
 
 void RenderTraffic::Flush(EventProducer& producer) {
@@ -305,10 +305,7 @@ void RenderTraffic::Ran(Shape shape, int32_t a, int32_t b, int32_t c, const Fram
   if (followUp && context.kind() == ThreadKind::kRender &&
       followUpsEnabled_.load(std::memory_order_relaxed)) {
     EventProducer& own = followUpProducer();
-    const size_t before = own.backlog.size();
-    if (QueueOne(context, own) && own.backlog.size() > before && own.backlog.back().id == firing) {
-      ++own.followUpsOnOwnId;
-    }
+    if (QueueOne(context, own) == firing) ++own.followUpsOnOwnId;
     Flush(own);
   }
 }
@@ -451,7 +448,8 @@ RenderReport RenderTraffic::Finish(ThreadContext& context) {
   report.probes = probeCount_;
   report.firedPublished = firedPublished_;
   report.firedRandom = firedRandom_;
-  report.followUps = followUpProducer().queued[static_cast<int>(Shape::kI)];
+  for (int64_t queued : followUpProducer().queued)
+    report.followUps += queued;
   return report;
 }
 

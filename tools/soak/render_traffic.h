@@ -89,8 +89,9 @@ class RenderTraffic {
   EventProducer& producer(int index) { return *producers_[static_cast<size_t>(index)]; }
   EventProducer& followUpProducer() { return *producers_.back(); }
 
-  // Queues one event of a random shape; false when the producer had no free record or plain budget.
-  bool QueueOne(ThreadContext& context, EventProducer& producer);
+  // Queues one event of a random shape and returns its id; 0 when the producer had no free record or
+  // the plain shape's budget was spent.
+  int32_t QueueOne(ThreadContext& context, EventProducer& producer);
   // Hands the producer's backlog to the render thread.
   void Flush(EventProducer& producer);
 
