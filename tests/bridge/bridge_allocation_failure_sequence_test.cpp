@@ -6,6 +6,7 @@
 // capacity, a plug-in not yet registered).
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -291,32 +292,19 @@ TEST(BridgeAllocationFailure, RenderEventQueueLeavesTheSlotsAsTheyWere) {
   std::fill(runs.begin(), runs.end(), 0);
   RenderModel model;
 
+  // Every slot pending from here on: the free ones are filled first.
+  for (int32_t i = RenderEventSlotCount(); i > 0; --i)
+    model.QueueFiller();
   // The table's capacity: the smallest of 64, 128, 256, ... that holds what it has.
   int32_t capacity = 64;
   while (capacity < RenderEventSlotCount())
     capacity *= 2;
-  // First fill the free slots, then grow to `target`, all pending.
-  auto fillAllTo = [&](int32_t target) {
-    for (int32_t i = RenderEventSlotCount(); i > 0; --i)
-      model.QueueFiller();
-    while (RenderEventSlotCount() < target)
-      model.QueueFiller();
-  };
-
-  // Each way of queueing meets a full table once, at a larger capacity each time; the last capacity
+  // Each way of queueing meets a full table, at a larger capacity each time; the last, at 4096 slots,
   // also makes the index of free slots one level taller.
-  fillAllTo(capacity);
-  for (const Queuer& queuer : kQueuers) {
+  for (std::size_t k = 0; capacity <= 4096; ++k, capacity *= 2) {
     while (RenderEventSlotCount() < capacity)
       model.QueueFiller();
-    SweepQueueIntoFullTable(queuer, model);
-    capacity *= 2;
-  }
-  while (capacity <= 4096) {
-    while (RenderEventSlotCount() < capacity)
-      model.QueueFiller();
-    SweepQueueIntoFullTable(kQueuers[1], model);
-    capacity *= 2;
+    SweepQueueIntoFullTable(kQueuers[k % std::size(kQueuers)], model);
   }
   ASSERT_FALSE(HasFailure());
 

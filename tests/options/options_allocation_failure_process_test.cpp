@@ -147,18 +147,35 @@ TEST(OptionsAllocationFailure, ReadJsonKeepsWhatItReadAndTakesARetry) {
   ExpectWhole(root);
   const Flat whole = Flatten(root);
 
+  std::size_t reached = 0;
   for (std::size_t n = 0; n < failed.size(); ++n) {
     SCOPED_TRACE(::testing::Message() << "allocation " << n + 1 << " failed");
     const Flat partial = Flatten(failed[n]);
     ExpectLeadingPartOf(partial, whole);
+    // A later allocation fails further on: nothing that was complete is dropped by the failure.
+    EXPECT_GE(partial.size(), reached);
+    reached = partial.size();
     // A retry reads the whole document again behind what the failed read left.
     EXPECT_TRUE(ReadJson(failed[n], document));
     ExpectWhole(failed[n]);
     EXPECT_EQ(Flatten(failed[n]), Concat(partial, Below(whole)));
     if (HasFailure()) break;
   }
-  // Later failures reached further into the document.
-  EXPECT_GT(Flatten(failed.back()).size(), Flatten(failed.front()).size());
+  // The failures are spread over the whole document, not all at its start.
+  EXPECT_GT(reached, whole.size() / 2);
+
+  // With every type registered, each run makes the same allocations in the same order, so the
+  // allocation of each node fails once, and the read then holds exactly the nodes before it. A read
+  // that attached a member only once it was read would drop the member's finished part instead.
+  std::set<std::size_t> sizes;
+  NodeRef again = std::make_shared<OptionNode>();
+  SweepFailingAllocations([&] { ReadJson(again, document); },
+                          [&](std::size_t) {
+                            sizes.insert(Flatten(again).size());
+                            again = std::make_shared<OptionNode>();
+                          });
+  for (std::size_t size = 1; size < whole.size(); ++size)
+    EXPECT_EQ(sizes.count(size), 1u) << "no failed read stopped with exactly " << size << " nodes";
 }
 
 // A schema with options of several types under groups and conditions, some options and groups not
@@ -214,10 +231,15 @@ TEST(OptionsAllocationFailure, ApplyDefaultsKeepsWhatItAddedAndARetryCompletesIt
   ExpectWhole(config);
   const Flat complete = Flatten(config);
   ASSERT_GT(complete.size(), before.size());
+  std::size_t reached = before.size();
+  std::set<std::size_t> sizes;
   for (std::size_t n = 0; n < failed.size(); ++n) {
     SCOPED_TRACE(::testing::Message() << "allocation " << n + 1 << " failed");
     const Flat partial = Flatten(failed[n]);
-    EXPECT_GE(partial.size(), before.size());
+    sizes.insert(partial.size());
+    // A later allocation fails further on: the nodes added before a failure stay.
+    EXPECT_GE(partial.size(), reached);
+    reached = partial.size();
     // Every node that the failed call added is complete, so a retry adds exactly what is missing, in
     // the order a clean run adds it.
     schema->ApplyDefaults(failed[n]);
@@ -225,6 +247,10 @@ TEST(OptionsAllocationFailure, ApplyDefaultsKeepsWhatItAddedAndARetryCompletesIt
     EXPECT_EQ(Flatten(failed[n]), complete);
     if (HasFailure()) break;
   }
+  // Each added node has an allocation of its own, and when that fails the nodes added before it stay:
+  // the failures leave every count of nodes from none added to all but one.
+  for (std::size_t size = before.size(); size < complete.size(); ++size)
+    EXPECT_EQ(sizes.count(size), 1u) << "no failed call stopped with exactly " << size << " nodes";
 }
 
 NodeRef Node(const std::string& name, const OptionValue& value = OptionValue()) {
@@ -272,8 +298,9 @@ TEST(OptionsAllocationFailure, CopyFromKeepsWholeCopiesInItsOrderOfSteps) {
         ExpectWhole(target);
         EXPECT_EQ(Flatten(source), sourceFlat) << "the source changed";
         const Flat got = Flatten(target);
-        const Flat added(got.begin() + static_cast<std::ptrdiff_t>(originalFlat.size()), got.end());
         ASSERT_GE(got.size(), originalFlat.size());
+        const Flat added(got.begin() + static_cast<std::ptrdiff_t>(originalFlat.size()), got.end());
+        ASSERT_LT(added.size(), sourceFlat.size());
         EXPECT_EQ(Flat(got.begin() + 1, got.begin() + static_cast<std::ptrdiff_t>(originalFlat.size())),
                   Below(originalFlat))
             << "the old children changed";
