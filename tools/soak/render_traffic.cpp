@@ -76,8 +76,7 @@ void RenderTraffic::NoteId(int32_t id) {
   }
 }
 
-void RenderTraffic::Retire(ThreadContext& context, EventProducer& producer, EventRecord& record) {
-  (void)producer;
+void RenderTraffic::Retire(ThreadContext& context, EventRecord& record) {
   const int32_t firedUnder = record.firedUnder.load(std::memory_order_relaxed);
   context.Expect(Check::kEventArguments, firedUnder == record.queuedId, [&] {
     return Printf("%s event queued under id %d ran under id %d", ShapeName(record.shape), record.queuedId,
@@ -107,7 +106,7 @@ int32_t RenderTraffic::QueueOne(ThreadContext& context, EventProducer& producer)
       if (!candidate.outstanding) {
         record = &candidate;
       } else if ((candidate.word.load(std::memory_order_acquire) & kRunsMask) != 0) {
-        Retire(context, producer, candidate);
+        Retire(context, candidate);
         record = &candidate;
       }
     }
@@ -412,7 +411,7 @@ RenderReport RenderTraffic::Finish(ThreadContext& context) {
         }
         continue;
       }
-      Retire(context, *producer, record);
+      Retire(context, record);
     }
     report.followUpsOnOwnId += producer->followUpsOnOwnId;
   }

@@ -113,7 +113,7 @@ class RenderTraffic {
   static constexpr int32_t kIdBase = 16000;
 
   void Fire(ThreadContext& context, int32_t id, bool byName = false);
-  void Retire(ThreadContext& context, EventProducer& producer, EventRecord& record);
+  void Retire(ThreadContext& context, EventRecord& record);
   EventRecord* RecordOf(int32_t token, uint32_t* generation);
   void NoteId(int32_t id);
   int32_t QueueProbe(ThreadContext& context);

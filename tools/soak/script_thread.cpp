@@ -391,27 +391,27 @@ void ScriptThread::MapStep() {
   }
 }
 
-void ScriptThread::WalkRegistry(ThreadContext& context, bool ownOnly) {
+void ScriptThread::WalkRegistry(ThreadContext& context) {
   BridgeModel& model = Model();
   const int32_t count = SOAK_CALL(context, Scene_Objects_GetCount)();
-  if (!ownOnly) {
-    int64_t low = 0;
-    int64_t high = 0;
-    world_.registry.Bounds(&low, &high);
-    low += static_cast<int64_t>(model.sharedObjects.size());
-    high += static_cast<int64_t>(model.sharedObjects.size());
-    context.Expect(Check::kRegistryCount, low <= count && count <= high, [&] {
-      return Printf("Scene_Objects_GetCount under Lock gave %d, the models add up to %lld..%lld", count,
-                    static_cast<long long>(low), static_cast<long long>(high));
+  int64_t low = 0;
+  int64_t high = 0;
+  world_.registry.Bounds(&low, &high);
+  low += static_cast<int64_t>(model.sharedObjects.size());
+  high += static_cast<int64_t>(model.sharedObjects.size());
+  context.Expect(Check::kRegistryCount, low <= count && count <= high, [&] {
+    return Printf("Scene_Objects_GetCount under Lock gave %d, the models add up to %lld..%lld", count,
+                  static_cast<long long>(low), static_cast<long long>(high));
+  });
+  if (count == 0) {
+    context.Expect(Check::kShutdown, model.pending != PendingShutdown::kYes, [] {
+      return std::string(
+          "the registry emptied with a shutdown pending and a callback set, but no notice came");
     });
-    if (count == 0) {
-      context.Expect(Check::kShutdown, model.pending != PendingShutdown::kYes, [] {
-        return std::string(
-            "the registry emptied with a shutdown pending and a callback set, but no notice came");
-      });
-      model.pending = PendingShutdown::kNo;
-    }
+    model.pending = PendingShutdown::kNo;
   }
+
+  // Each thread knows the order of its own records and of the shared ones, not how they interleave.
   std::vector<int32_t> own;
   std::vector<int32_t> shared;
   for (int32_t i = 0; i < count; ++i) {
@@ -426,15 +426,13 @@ void ScriptThread::WalkRegistry(ThreadContext& context, bool ownOnly) {
     return Printf("script %d's objects by index: expected %s, saw %s", index_,
                   JoinHandles(expectedOwn).c_str(), JoinHandles(own).c_str());
   });
-  if (!ownOnly) {
-    std::vector<int32_t> expectedShared;
-    for (const SharedObject& object : model.sharedObjects)
-      expectedShared.push_back(object.handle);
-    context.Expect(Check::kSharedModel, shared == expectedShared, [&] {
-      return Printf("shared objects by index: expected %s, saw %s", JoinHandles(expectedShared).c_str(),
-                    JoinHandles(shared).c_str());
-    });
-  }
+  std::vector<int32_t> expectedShared;
+  for (const SharedObject& object : model.sharedObjects)
+    expectedShared.push_back(object.handle);
+  context.Expect(Check::kSharedModel, shared == expectedShared, [&] {
+    return Printf("shared objects by index: expected %s, saw %s", JoinHandles(expectedShared).c_str(),
+                  JoinHandles(shared).c_str());
+  });
   if (count > 0) {
     const int32_t past = SOAK_CALL(context, Scene_Objects_GetHandleAtIndex)(count);
     const int32_t before = SOAK_CALL(context, Scene_Objects_GetHandleAtIndex)(-1);
@@ -520,7 +518,7 @@ void ScriptThread::Transaction() {
     case 0:
     case 1:
     case 2:
-      UnderLock(context_, nested, [&] { WalkRegistry(context_, false); });
+      UnderLock(context_, nested, [&] { WalkRegistry(context_); });
       break;
     case 3:
       UnderLock(context_, nested, [&] { SharedMapStep(); });
@@ -528,7 +526,7 @@ void ScriptThread::Transaction() {
     case 4:
       UnderLock(context_, nested, [&] {
         SharedObjectStep();
-        if (random.OneIn(2)) WalkRegistry(context_, false);
+        if (random.OneIn(2)) WalkRegistry(context_);
       });
       break;
     case 5:
@@ -698,7 +696,7 @@ void ScriptThread::Register() {
 
 void ScriptThread::CheckEnd(ThreadContext& main) {
   UnderLock(main, false, [&] {
-    WalkRegistry(main, false);
+    WalkRegistry(main);
     for (const std::string& key : keys_)
       CheckMapKey(main, key);
     if (owner_) {

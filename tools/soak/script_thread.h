@@ -43,7 +43,7 @@ class ScriptThread {
   void CheckBuffer(int32_t handle, bool type);
   void MapStep();
   void Transaction();
-  void WalkRegistry(ThreadContext& context, bool ownOnly);
+  void WalkRegistry(ThreadContext& context);
   void SharedMapStep();
   void SharedObjectStep();
   void NullTexts();
