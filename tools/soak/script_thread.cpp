@@ -170,7 +170,8 @@ void ScriptThread::Run() {
     for (int i = 0; i < 32; ++i)
       Step();
   }
-  world_.traffic.Flush(world_.traffic.producer(index_));
+  // What was queued but not yet handed to the render thread stays pending: the end checks find those
+  // ids taken and the slots around them free.
 }
 
 void ScriptThread::Step() {

@@ -273,7 +273,7 @@ void RunRenderThread(SoakWorld& world, ThreadContext& context) {
     const bool stopping = world.stopRender.load(std::memory_order_acquire);
     const size_t handed = world.traffic.RenderStep(context);
     if (context.random().OneIn(64)) world.log.Add(context, world.renderLogProducer());
-    // Once stopped, the producers flushed everything: one empty round means all was fired.
+    // Once stopped, nobody hands over more: one empty round means all that was handed over was fired.
     if (stopping && handed == 0) break;
     if (handed == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
   }
