@@ -1,8 +1,6 @@
 #include "render_traffic.h"
 
-#include <algorithm>
 #include <climits>
-#include <thread>
 
 namespace quorl::soak {
 
@@ -53,14 +51,18 @@ void* AnyPointer(Random& random) {
   return reinterpret_cast<void*>(static_cast<uintptr_t>(random.Next()));
 }
 
+// No more events than this are ever pending at once: every ring full, the plain budget spent, and the
+// probes of the end checks.
+int32_t SlotBound(int producers) {
+  return producers * static_cast<int32_t>(EventProducer::kRing) + kPlainBudget + 64;
+}
+
 }  // namespace
 
 RenderTraffic::RenderTraffic(int producers)
-    : slotBound_(producers * static_cast<int32_t>(EventProducer::kRing) + kPlainBudget + 64),
-      plainQueued_(new std::atomic<int32_t>[static_cast<size_t>(producers) * EventProducer::kRing +
-                                            kPlainBudget + 64]()),
-      plainRan_(new std::atomic<int32_t>[static_cast<size_t>(producers) * EventProducer::kRing +
-                                         kPlainBudget + 64]()) {
+    : slotBound_(SlotBound(producers)),
+      plainQueued_(new std::atomic<int32_t>[static_cast<size_t>(SlotBound(producers))]()),
+      plainRan_(new std::atomic<int32_t>[static_cast<size_t>(SlotBound(producers))]()) {
   for (int i = 0; i < producers; ++i)
     producers_.push_back(std::make_unique<EventProducer>(i));
   traffic = this;
