@@ -38,7 +38,8 @@ bool Fault(const char* name) {
   return chosen != nullptr && std::strcmp(chosen, name) == 0;
 }
 
-QuorlShutdownCallback g_shutdownCallback = nullptr;
+// Set and read from whichever threads the host uses, like the real library's callback.
+std::atomic<QuorlShutdownCallback> g_shutdownCallback{nullptr};
 std::atomic<int> g_fired{0};
 
 }  // namespace
@@ -61,8 +62,9 @@ void SetFunc_InterfaceShutdown(QuorlShutdownCallback callback) {
   REAL(SetFunc_InterfaceShutdown)(callback);
 }
 void Trigger_InterfaceShutdown(void) {
-  if (Fault("early-shutdown") && g_shutdownCallback != nullptr) {
-    g_shutdownCallback();
+  const QuorlShutdownCallback callback = g_shutdownCallback.load();
+  if (Fault("early-shutdown") && callback != nullptr) {
+    callback();
     return;
   }
   REAL(Trigger_InterfaceShutdown)();
