@@ -2,7 +2,8 @@
 # Every test: sets up, then builds and runs
 #   1. the whole suite (warnings are errors),
 #   2. the whole suite again under AddressSanitizer + UndefinedBehaviorSanitizer,
-#   3. the concurrency tests under ThreadSanitizer.
+#   3. the concurrency tests under ThreadSanitizer,
+#   4. each fuzz target for 30 seconds from its seed corpus (clang, ASan + UBSan).
 # `scripts/test.sh --quick` runs only the first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -35,7 +36,10 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
 
 section "concurrency tests under ThreadSanitizer"
 configure build-tsan -DQUORL_SANITIZE=thread -DQUORL_BUILD_BENCH=OFF
-# The concurrency tests, and the engine-host simulator whose session is one of them.
-cmake --build build-tsan -j"$jobs" --target quorl_concurrency_tests quorl-host
+# The concurrency tests, and the engine-host simulator and the soak, whose brief runs are among them.
+cmake --build build-tsan -j"$jobs" --target quorl_concurrency_tests quorl-host quorl-soak
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   ctest --test-dir build-tsan --output-on-failure -L concurrency --timeout 900
+
+section "fuzz targets, 30 seconds each"
+scripts/fuzz.sh 30
