@@ -16,7 +16,7 @@ for tool in clang clang++ cmake; do
   command -v "$tool" >/dev/null || { echo "$tool is missing: install the Debian packages clang and libclang-rt-14-dev" >&2; exit 2; }
 done
 
-build=build-fuzz
+build="build-fuzz"
 targets=(base64_fuzz path_fuzz json_fuzz option_tree_fuzz resolver_fuzz)
 
 # A build directory configured earlier with another compiler can't be switched to clang in place.
