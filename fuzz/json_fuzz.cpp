@@ -21,7 +21,11 @@
 #include "options/node.h"
 #include "options/rapidjson.h"
 
+#include "tree_checks.h"
+
 namespace {
+
+using quorl::fuzz::HasDuplicateHashesInObjects;
 
 using quorl::JsonValue;
 using quorl::OptionNode;
@@ -108,23 +112,6 @@ bool ExpectedReadResult(const JsonValue* value) {
       return true;
     }
   }
-}
-
-// Two identical trees are Equals only while no object-shaped node has two children of one hash: each
-// child then meets the first child of its hash on the other side.
-bool HasDuplicateHashesInObjects(const OptionNode& node) {
-  const auto& children = node.GetChildren();
-  if (node.IsObject()) {
-    for (std::size_t i = 0; i < children.size(); ++i) {
-      for (std::size_t j = 0; j < i; ++j) {
-        if (children[i]->GetName().hash == children[j]->GetName().hash) return true;
-      }
-    }
-  }
-  for (const NodeRef& child : children) {
-    if (HasDuplicateHashesInObjects(*child)) return true;
-  }
-  return false;
 }
 
 struct Round {

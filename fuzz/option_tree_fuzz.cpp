@@ -20,7 +20,11 @@
 #include "options/node.h"
 #include "options/value.h"
 
+#include "tree_checks.h"
+
 namespace {
+
+using quorl::fuzz::HasDuplicateHashesInObjects;
 
 using quorl::HashedName;
 using quorl::OptionNode;
@@ -61,23 +65,6 @@ OptionValue ValueFor(const std::string& line) {
     default:
       return OptionValue::Of<quorl::UInt64Type>(line.size());
   }
-}
-
-// Identical trees are Equals only while no object-shaped node has two children of one hash: a child
-// meets the first child of its hash on the other side.
-bool HasDuplicateHashesInObjects(const OptionNode& node) {
-  const auto& children = node.GetChildren();
-  if (node.IsObject()) {
-    for (std::size_t i = 0; i < children.size(); ++i) {
-      for (std::size_t j = 0; j < i; ++j) {
-        if (children[i]->GetName().hash == children[j]->GetName().hash) return true;
-      }
-    }
-  }
-  for (const NodeRef& child : children) {
-    if (HasDuplicateHashesInObjects(*child)) return true;
-  }
-  return false;
 }
 
 std::size_t CountNodes(const OptionNode& node) {

@@ -31,7 +31,11 @@
 #include "options/resolver.h"
 #include "options/schema.h"
 
+#include "tree_checks.h"
+
 namespace {
+
+using quorl::fuzz::HasDuplicateHashesInObjects;
 
 using namespace quorl;  // NOLINT(google-build-using-namespace): a fuzz program of the options layer
 using GroupRef = std::shared_ptr<OptionGroup>;
@@ -154,21 +158,6 @@ bool KeepsTree(const OptionNode& before, const NodeRef& now, bool exact, std::ve
   for (std::size_t i = old.size(); i < current.size(); ++i)
     AddSubtree(current[i], added);
   return true;
-}
-
-bool HasDuplicateHashesInObjects(const OptionNode& node) {
-  const auto& children = node.GetChildren();
-  if (node.IsObject()) {
-    for (std::size_t i = 0; i < children.size(); ++i) {
-      for (std::size_t j = 0; j < i; ++j) {
-        if (children[i]->GetName().hash == children[j]->GetName().hash) return true;
-      }
-    }
-  }
-  for (const NodeRef& child : children) {
-    if (HasDuplicateHashesInObjects(*child)) return true;
-  }
-  return false;
 }
 
 NodeRef CopyOf(const NodeRef& tree) {
