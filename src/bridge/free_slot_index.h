@@ -64,7 +64,8 @@ class FreeSlotIndex {
   static constexpr std::size_t kMaxLevels = 6;
 
   // levels_[0] has one bit per slot; levels_[levelCount_ - 1] is a single word. Constant-initialised.
-  std::unique_ptr<uint64_t[]> levels_[kMaxLevels] = {};
+  // Default-initialised, not `= {}`: copy-initialising the elements is not constant before GCC 11.
+  std::unique_ptr<uint64_t[]> levels_[kMaxLevels];
   std::size_t words_[kMaxLevels] = {};
   std::size_t levelCount_ = 0;
 

@@ -2,7 +2,7 @@
 # with the flags pkg-config gives and runs that.
 #   -DPREFIX=<installed tree> -DSOURCE=<consumer sources> -DBINARY=<scratch dir>
 #   -DCXX=<compiler> [-DFLAGS=<extra compile and link flags, e.g. sanitizers>] [-DPKG_CONFIG=<pkg-config>]
-cmake_minimum_required(VERSION 3.25)
+cmake_minimum_required(VERSION 3.18)
 
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE errors)
