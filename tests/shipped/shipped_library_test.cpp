@@ -1,0 +1,384 @@
+// The shipped libQuorlBridge.so as a host meets it: loaded with dlopen, every export resolved by name,
+// the library's exceptions and the host's own callback exceptions caught by the host. QUORL_LIBRARY
+// names the file to test (default: this build's library), so one program checks the development
+// build, the build with the C++ runtime linked in, and the packaged file on an older system.
+//
+// All cases share one loaded library, as a game process does; each leaves the state it touched as it
+// found it, so the cases also pass in one process, in any order but the policy's (see its case).
+#include <dlfcn.h>
+#include <elf.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <iterator>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bridge/exports.h"
+
+namespace {
+
+#define QUORL_SHIPPED_EXPORTS(X)                                                                         \
+  X(Lock)                                                                                                \
+  X(Unlock) X(GetUnityRenderDevice) X(SetFunc_InterfaceShutdown) X(Trigger_InterfaceShutdown)            \
+      X(QueueGLEvent) X(QueueGLEventI) X(QueueGLEventIII) X(QueueGLEventPrepFrameContextI)               \
+          X(QueueGLEventPrepFrameContextIII) X(UnityRenderEvent) X(UnityRenderEventFunc)                 \
+              X(Scene_Objects_Add) X(Scene_Objects_Remove) X(Scene_Objects_GetCount)                     \
+                  X(Scene_Objects_GetHandleAtIndex) X(Scene_Objects_GetHandleFromName)                   \
+                      X(Scene_Objects_GetNameFromHandle) X(Scene_Objects_GetTypeFromHandle) X(Map_Add)   \
+                          X(Map_Remove) X(Map_Contains) X(Map_GetValue) X(Map_SetValue) X(LogBuffer_Add) \
+                              X(LogBuffer_Get) X(LogBuffer_Pop) X(Callback_Set_OnAssetInitialised)       \
+                                  X(Callback_Set_OnAssetSelectRepresentation)                            \
+                                      X(Callback_Set_OnAssetRepresentationDataReceived)                  \
+                                          X(StaticHandler_OnAssetInitialised)                            \
+                                              X(StaticHandler_OnAssetSelectRepresentation)               \
+                                                  X(StaticHandler_OnAssetRepresentationDataReceived)     \
+                                                      X(QuorlError_ToString) X(RegisterUnityPlugin)
+
+std::string LibraryPath() {
+  const char* path = std::getenv("QUORL_LIBRARY");
+  return path != nullptr && *path != '\0' ? path : QUORL_DEFAULT_LIBRARY;
+}
+
+// The exports, resolved once from the library under test; a missing one fails the first case.
+struct Library {
+#define QUORL_DECLARE(name) decltype(&::name) name = nullptr;
+  QUORL_SHIPPED_EXPORTS(QUORL_DECLARE)
+#undef QUORL_DECLARE
+  void* handle = nullptr;
+  std::vector<std::string> missing;
+
+  Library() {
+    handle = dlopen(LibraryPath().c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+      missing.push_back(std::string("(dlopen: ") + dlerror() + ")");
+      return;
+    }
+#define QUORL_RESOLVE(name)                                         \
+  name = reinterpret_cast<decltype(&::name)>(dlsym(handle, #name)); \
+  if (name == nullptr) missing.push_back(#name);
+    QUORL_SHIPPED_EXPORTS(QUORL_RESOLVE)
+#undef QUORL_RESOLVE
+  }
+};
+
+Library& Lib() {
+  static Library library;
+  return library;
+}
+
+// The names the ELF file's dynamic symbol table defines as functions.
+std::set<std::string> DefinedDynamicFunctions(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::vector<char> image((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+  std::set<std::string> functions;
+  Elf64_Ehdr header;
+  if (image.size() <= sizeof header) return functions;
+  std::memcpy(&header, image.data(), sizeof header);
+  if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64)
+    return functions;
+  auto section = [&](std::size_t index) {
+    Elf64_Shdr s;
+    std::memcpy(&s, image.data() + header.e_shoff + index * header.e_shentsize, sizeof s);
+    return s;
+  };
+  for (std::size_t i = 0; i < header.e_shnum; ++i) {
+    const Elf64_Shdr symbols = section(i);
+    if (symbols.sh_type != SHT_DYNSYM) continue;
+    const Elf64_Shdr names = section(symbols.sh_link);
+    for (std::size_t offset = 0; offset + sizeof(Elf64_Sym) <= symbols.sh_size; offset += sizeof(Elf64_Sym)) {
+      Elf64_Sym symbol;
+      std::memcpy(&symbol, image.data() + symbols.sh_offset + offset, sizeof symbol);
+      if (symbol.st_shndx == SHN_UNDEF || ELF64_ST_TYPE(symbol.st_info) != STT_FUNC) continue;
+      functions.insert(image.data() + names.sh_offset + symbol.st_name);
+    }
+  }
+  return functions;
+}
+
+// True when another thread can take and give back the bridge mutex; a call that left it held would
+// block that thread for good, so the answer waits a generous while and then gives up on it.
+bool BridgeMutexFreeForOthers() {
+  auto done = std::make_shared<std::promise<void>>();
+  std::future<void> taken = done->get_future();
+  std::thread([done] {
+    Lib().Lock();
+    Lib().Unlock();
+    done->set_value();
+  }).detach();
+  return taken.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+}
+
+void ExpectNullTextError(const char* what, const std::function<void()>& call) {
+  try {
+    call();
+    ADD_FAILURE() << what << ": no exception";
+  } catch (const std::logic_error& error) {
+    EXPECT_STREQ(error.what(), "basic_string::_M_construct null not valid") << what;
+  } catch (...) {
+    ADD_FAILURE() << what << ": an exception of another type";
+  }
+}
+
+// An exception type of the host's own, unknown to the library.
+struct HostError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+void ExpectHostError(const char* what, const std::function<void()>& call) {
+  try {
+    call();
+    ADD_FAILURE() << what << ": no exception";
+  } catch (const HostError& error) {
+    EXPECT_STREQ(error.what(), what);
+  } catch (...) {
+    ADD_FAILURE() << what << ": an exception of another type";
+  }
+}
+
+TEST(ShippedLibrary, DefinesExactlyTheThirtyFiveExportsAndResolvesEach) {
+  std::set<std::string> expected;
+#define QUORL_NAME(name) expected.insert(#name);
+  QUORL_SHIPPED_EXPORTS(QUORL_NAME)
+#undef QUORL_NAME
+  ASSERT_EQ(expected.size(), 35u);
+  const std::set<std::string> defined = DefinedDynamicFunctions(LibraryPath());
+  std::vector<std::string> missing;
+  std::vector<std::string> extra;
+  std::set_difference(expected.begin(), expected.end(), defined.begin(), defined.end(),
+                      std::back_inserter(missing));
+  std::set_difference(defined.begin(), defined.end(), expected.begin(), expected.end(),
+                      std::back_inserter(extra));
+  EXPECT_TRUE(missing.empty()) << LibraryPath() << " lacks " << ::testing::PrintToString(missing);
+  EXPECT_TRUE(extra.empty()) << LibraryPath() << " also exports " << ::testing::PrintToString(extra);
+  EXPECT_TRUE(Lib().missing.empty()) << "not resolved: " << ::testing::PrintToString(Lib().missing);
+}
+
+class ShippedLibraryCalls : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(Lib().missing.empty()) << "the library did not load whole"; }
+  Library& lib = Lib();
+};
+
+TEST_F(ShippedLibraryCalls, HostCatchesTheNullTextError) {
+  const int32_t count = lib.Scene_Objects_GetCount();
+  ExpectNullTextError("Map_Add", [&] { lib.Map_Add(nullptr, 1); });
+  ExpectNullTextError("Map_SetValue", [&] { lib.Map_SetValue(nullptr, 1); });
+  ExpectNullTextError("Scene_Objects_Add name", [&] { lib.Scene_Objects_Add(7, nullptr, "type"); });
+  ExpectNullTextError("Scene_Objects_Add type", [&] { lib.Scene_Objects_Add(7, "name", nullptr); });
+  ExpectNullTextError("LogBuffer_Add", [&] { lib.LogBuffer_Add(1, nullptr); });
+  ExpectNullTextError("RegisterUnityPlugin", [&] { lib.RegisterUnityPlugin(1, 2, 3, nullptr); });
+  EXPECT_EQ(lib.Scene_Objects_GetCount(), count) << "a half-built record was kept";
+  EXPECT_EQ(lib.LogBuffer_Get(), nullptr);
+  EXPECT_TRUE(BridgeMutexFreeForOthers());
+}
+
+void ThrowFromRender(int32_t) {
+  throw HostError("render");
+}
+void ThrowFromShutdown() {
+  throw HostError("shutdown");
+}
+void ThrowFromInitialised(int32_t, void*) {
+  throw HostError("initialised");
+}
+bool ThrowFromSelect(RepresentationDescriptor*, int32_t, void*, int32_t, void*) {
+  throw HostError("select");
+}
+void ThrowFromData(void*, void*, void*, int32_t, void*, float) {
+  throw HostError("data");
+}
+
+TEST_F(ShippedLibraryCalls, CallbackExceptionsPassThroughToTheHost) {
+  const int32_t id = lib.QueueGLEventI(&ThrowFromRender, 0);
+  ExpectHostError("render", [&] { lib.UnityRenderEvent(id); });
+  lib.UnityRenderEvent(id);  // the slot was freed before the call: nothing runs again
+  int ran = 0;
+  static int* counter = nullptr;
+  counter = &ran;
+  const int32_t again = lib.QueueGLEvent([] { ++*counter; });
+  EXPECT_EQ(again, id) << "the thrown event's slot is free again";
+  lib.UnityRenderEvent(again);
+  EXPECT_EQ(ran, 1);
+
+  lib.SetFunc_InterfaceShutdown(&ThrowFromShutdown);
+  ExpectHostError("shutdown", [&] { lib.Trigger_InterfaceShutdown(); });
+  EXPECT_TRUE(BridgeMutexFreeForOthers());
+  // A pending shutdown whose callback throws at the last removal stays pending.
+  lib.Scene_Objects_Add(41, "gate", "object");
+  lib.Trigger_InterfaceShutdown();
+  ExpectHostError("shutdown", [&] { lib.Scene_Objects_Remove(41); });
+  ExpectHostError("shutdown", [&] { lib.Scene_Objects_Remove(41); });
+  lib.SetFunc_InterfaceShutdown(nullptr);
+  lib.Scene_Objects_Remove(41);  // clears the pending mark
+  EXPECT_TRUE(BridgeMutexFreeForOthers());
+
+  RepresentationDescriptor descriptor{"video/mp4", "key"};
+  lib.Callback_Set_OnAssetInitialised(&ThrowFromInitialised);
+  lib.Callback_Set_OnAssetSelectRepresentation(&ThrowFromSelect);
+  lib.Callback_Set_OnAssetRepresentationDataReceived(&ThrowFromData);
+  ExpectHostError("initialised", [&] { lib.StaticHandler_OnAssetInitialised(1, nullptr); });
+  ExpectHostError(
+      "select", [&] { lib.StaticHandler_OnAssetSelectRepresentation(&descriptor, 0, nullptr, 0, nullptr); });
+  ExpectHostError("data", [&] {
+    lib.StaticHandler_OnAssetRepresentationDataReceived(nullptr, nullptr, nullptr, 0, nullptr, 1);
+  });
+  lib.Callback_Set_OnAssetInitialised(nullptr);
+  lib.Callback_Set_OnAssetSelectRepresentation(nullptr);
+  lib.Callback_Set_OnAssetRepresentationDataReceived(nullptr);
+  EXPECT_TRUE(BridgeMutexFreeForOthers());
+}
+
+std::vector<std::string> renderCalls;
+void RecordIII(int32_t a, int32_t b, int32_t c) {
+  renderCalls.push_back("III " + std::to_string(a) + " " + std::to_string(b) + " " + std::to_string(c));
+}
+void RecordContextI(int32_t a, const FrameContext* context) {
+  renderCalls.push_back("ContextI " + std::to_string(a) + " " + std::to_string(context->structSize) + " " +
+                        std::to_string(context->reserved0 + context->reserved1 + context->reserved2));
+}
+void RecordContextIII(int32_t a, int32_t b, int32_t c, const FrameContext* context) {
+  renderCalls.push_back("ContextIII " + std::to_string(a) + " " + std::to_string(b) + " " +
+                        std::to_string(c) + " " + std::to_string(context->structSize));
+}
+
+TEST_F(ShippedLibraryCalls, RenderEventsRunOnceFromTheLowestFreeSlot) {
+  renderCalls.clear();
+  int x = 0;
+  const int32_t first = lib.QueueGLEventIII(&RecordIII, 1, 2, 3);
+  const int32_t second = lib.QueueGLEventPrepFrameContextI(&RecordContextI, 4, &x, &x);
+  const int32_t third = lib.QueueGLEventPrepFrameContextIII(&RecordContextIII, 5, 6, 7, nullptr, &x);
+  EXPECT_GE(first, 16000);
+  EXPECT_EQ(second, first + 1);
+  EXPECT_EQ(third, first + 2);
+
+  lib.UnityRenderEvent(first);
+  lib.UnityRenderEvent(first);
+  EXPECT_EQ(lib.QueueGLEventIII(&RecordIII, 8, 9, 10), first) << "the lowest free slot comes back";
+  // The engine calls through the address it is given, not the name.
+  const auto fire = reinterpret_cast<void (*)(int32_t)>(lib.UnityRenderEventFunc());
+  EXPECT_EQ(reinterpret_cast<void*>(fire), dlsym(lib.handle, "UnityRenderEvent"));
+  fire(third);
+  fire(second);
+  fire(first);
+  fire(15999);
+  fire(third + 1000);
+  EXPECT_EQ(renderCalls,
+            (std::vector<std::string>{"III 1 2 3", "ContextIII 5 6 7 24", "ContextI 4 24 0", "III 8 9 10"}));
+  EXPECT_EQ(lib.GetUnityRenderDevice(), 0);
+}
+
+int shutdownCalls = 0;
+void CountShutdown() {
+  ++shutdownCalls;
+}
+
+TEST_F(ShippedLibraryCalls, SceneObjectsGateTheInterfaceShutdown) {
+  shutdownCalls = 0;
+  lib.SetFunc_InterfaceShutdown(&CountShutdown);
+  lib.Scene_Objects_Add(5, "camera", "Camera");
+  lib.Scene_Objects_Add(6, "mesh", "Mesh");
+  lib.Trigger_InterfaceShutdown();
+  EXPECT_EQ(shutdownCalls, 0) << "objects exist: the shutdown waits";
+  char name[7];
+  EXPECT_FALSE(lib.Scene_Objects_GetNameFromHandle(5, name, 6)) << "cut to fit";
+  EXPECT_STREQ(name, "camer");
+  EXPECT_TRUE(lib.Scene_Objects_GetTypeFromHandle(6, name, 7));
+  EXPECT_STREQ(name, "Mesh");
+  EXPECT_EQ(lib.Scene_Objects_GetHandleFromName("mesh"), 6);
+  lib.Scene_Objects_Remove(5);
+  EXPECT_EQ(shutdownCalls, 0);
+  lib.Scene_Objects_Remove(6);
+  EXPECT_EQ(shutdownCalls, 1) << "the last removal carries the shutdown out";
+  lib.Trigger_InterfaceShutdown();
+  EXPECT_EQ(shutdownCalls, 2) << "an empty registry shuts down at once";
+  lib.SetFunc_InterfaceShutdown(nullptr);
+}
+
+TEST_F(ShippedLibraryCalls, SharedTablesKeepTheirTexts) {
+  lib.Map_Add("lives", 3);
+  lib.Map_Add("lives", 9);
+  lib.Map_SetValue("missing", 1);
+  EXPECT_EQ(lib.Map_GetValue("lives"), 3);
+  EXPECT_FALSE(lib.Map_Contains("missing"));
+  lib.Map_Remove("lives");
+  EXPECT_FALSE(lib.Map_Contains("lives"));
+
+  lib.LogBuffer_Add(2, "first");
+  lib.LogBuffer_Add(3, "second");
+  const LogBufferView* view = lib.LogBuffer_Get();
+  ASSERT_NE(view, nullptr);
+  EXPECT_EQ(view->level, 2);
+  EXPECT_STREQ(view->message, "first");
+  lib.LogBuffer_Pop();
+  view = lib.LogBuffer_Get();
+  ASSERT_NE(view, nullptr);
+  EXPECT_STREQ(view->message, "second");
+  lib.LogBuffer_Pop();
+  EXPECT_EQ(lib.LogBuffer_Get(), nullptr);
+  EXPECT_STREQ(lib.QuorlError_ToString(203), "Failed to load representation for playback");
+  EXPECT_STREQ(lib.QuorlError_ToString(206), "");
+}
+
+struct Relayed {
+  int32_t value = 0;
+  void* pointer = nullptr;
+  float amount = 0;
+};
+Relayed relayed;
+
+void RecordInitialised(int32_t value, void* pointer) {
+  relayed.value = value;
+  relayed.pointer = pointer;
+}
+bool RefuseAll(RepresentationDescriptor*, int32_t value0, void*, int32_t, void*) {
+  relayed.value = value0;
+  return false;
+}
+void RecordData(void*, void*, void*, int32_t value, void* pointer3, float amount) {
+  relayed.value = value;
+  relayed.pointer = pointer3;
+  relayed.amount = amount;
+}
+
+// The built-in policy's key is never reset while the library stays loaded: this is the only case that
+// offers a volumetric representation with no callback set.
+TEST_F(ShippedLibraryCalls, AssetEventsReachTheHostOrTheBuiltInPolicy) {
+  int token = 0;
+  lib.StaticHandler_OnAssetInitialised(1, &token);  // no callback: lost
+  lib.Callback_Set_OnAssetInitialised(&RecordInitialised);
+  lib.StaticHandler_OnAssetInitialised(17, &token);
+  EXPECT_EQ(relayed.value, 17);
+  EXPECT_EQ(relayed.pointer, &token);
+
+  lib.Callback_Set_OnAssetRepresentationDataReceived(&RecordData);
+  lib.StaticHandler_OnAssetRepresentationDataReceived(nullptr, nullptr, nullptr, 23, &token, 0.75f);
+  EXPECT_EQ(relayed.value, 23);
+  EXPECT_EQ(relayed.amount, 0.75f);
+
+  RepresentationDescriptor high{"volumetric/mesh", "high"};
+  RepresentationDescriptor low{"volumetric/mesh", "low"};
+  RepresentationDescriptor video{"video/mp4", "low"};
+  lib.Callback_Set_OnAssetSelectRepresentation(&RefuseAll);
+  EXPECT_FALSE(lib.StaticHandler_OnAssetSelectRepresentation(&high, 31, nullptr, 0, nullptr));
+  EXPECT_EQ(relayed.value, 31);
+  lib.Callback_Set_OnAssetSelectRepresentation(nullptr);
+  EXPECT_TRUE(lib.StaticHandler_OnAssetSelectRepresentation(&high, 0, nullptr, 0, nullptr));
+  EXPECT_FALSE(lib.StaticHandler_OnAssetSelectRepresentation(&low, 0, nullptr, 0, nullptr));
+  EXPECT_TRUE(lib.StaticHandler_OnAssetSelectRepresentation(&video, 0, nullptr, 0, nullptr));
+  EXPECT_TRUE(lib.StaticHandler_OnAssetSelectRepresentation(&high, 0, nullptr, 0, nullptr));
+
+  lib.Callback_Set_OnAssetInitialised(nullptr);
+  lib.Callback_Set_OnAssetRepresentationDataReceived(nullptr);
+}
+
+}  // namespace
