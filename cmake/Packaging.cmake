@@ -4,15 +4,12 @@
 #     and a pkg-config file for C++ users of the core layer;
 #   - QUORL_STATIC_CXX_RUNTIME, which links the C++ runtime into libQuorlBridge.so so that one file runs
 #     on many distributions (the version script keeps the dynamic symbol table to the 35 exports);
-#   - the drop-in folder for game projects, the install component "unity":
-#       cmake --install <build> --component unity --prefix <folder>
-#     gives <folder>/Assets/Plugins/x86_64/libQuorlBridge.so beside the C# binding in
-#     <folder>/Assets/Plugins/QuorlBridge/, and prints the lowest GLIBC_ and GLIBCXX_ versions that the
-#     shipped library needs. The target quorl_unity_folder does the same into <build>/unity.
+#   - the Unity package of this build's library (target quorl_unity_package; cmake/UnityPackage.cmake).
 #
-# Included by the top-level CMakeLists.txt after all targets. Run as a script (cmake -P) it is the
-# version report itself: -DQUORL_REPORT_LIBRARY=<.so> [-DQUORL_READELF=<readelf>].
-
+# Included by the top-level CMakeLists.txt after all targets. Run as a script (cmake -P) it is the report
+# of what a library needs of the system:
+#   -DQUORL_REPORT_LIBRARY=<.so> [-DQUORL_READELF=<readelf>]
+#   [-DQUORL_GLIBC_AT_MOST=<version>] [-DQUORL_NO_GLIBCXX=ON]    fail when the library needs more
 if(CMAKE_SCRIPT_MODE_FILE)
   if(NOT QUORL_REPORT_LIBRARY OR NOT EXISTS "${QUORL_REPORT_LIBRARY}")
     message(FATAL_ERROR "QUORL_REPORT_LIBRARY names no file: '${QUORL_REPORT_LIBRARY}'")
@@ -48,10 +45,35 @@ if(CMAKE_SCRIPT_MODE_FILE)
       string(APPEND report " (CXXABI_${highest_CXXABI})")
     endif()
   endif()
+  if(NOT highest_GCC STREQUAL "")
+    string(APPEND report "; the unwinder libgcc_s.so.1 at GCC_${highest_GCC}")
+  endif()
   if(highest_GLIBC STREQUAL "")
     set(report "${name} asks for no versioned GLIBC_ symbols")
   endif()
   message(STATUS "${report}")
+
+  # The floors a release must keep, naming the symbols that break them.
+  set(broken "")
+  if(QUORL_GLIBC_AT_MOST AND NOT highest_GLIBC STREQUAL "" AND highest_GLIBC VERSION_GREATER QUORL_GLIBC_AT_MOST)
+    execute_process(COMMAND ${QUORL_READELF} --dyn-syms --wide ${QUORL_REPORT_LIBRARY} OUTPUT_VARIABLE symbols)
+    string(REGEX MATCHALL "[A-Za-z0-9_]+@GLIBC_[0-9.]+" versioned "${symbols}")
+    set(offenders "")
+    foreach(symbol IN LISTS versioned)
+      string(REGEX REPLACE ".*@GLIBC_" "" version "${symbol}")
+      if(version VERSION_GREATER QUORL_GLIBC_AT_MOST)
+        list(APPEND offenders "${symbol}")
+      endif()
+    endforeach()
+    list(REMOVE_DUPLICATES offenders)
+    string(APPEND broken "needs GLIBC_${highest_GLIBC}, above the floor GLIBC_${QUORL_GLIBC_AT_MOST} (${offenders}); ")
+  endif()
+  if(QUORL_NO_GLIBCXX AND NOT highest_GLIBCXX STREQUAL "")
+    string(APPEND broken "needs the system's C++ runtime (GLIBCXX_${highest_GLIBCXX}); ")
+  endif()
+  if(NOT broken STREQUAL "")
+    message(FATAL_ERROR "${name} ${broken}")
+  endif()
   return()
 endif()
 
@@ -60,13 +82,14 @@ include(CMakePackageConfigHelpers)
 
 # ---- The static C++ runtime ------------------------------------------------------------------------
 option(QUORL_STATIC_CXX_RUNTIME
-  "Link libstdc++ and libgcc into libQuorlBridge.so, so one file runs on distributions with an older C++ runtime"
+  "Link libstdc++ into libQuorlBridge.so, so one file runs on distributions with an older C++ runtime"
   OFF)
 function(quorl_link_cxx_runtime_statically target)
+  # Only libstdc++ goes in. The unwinder stays the system's shared libgcc_s: with a private copy
+  # (-static-libgcc) an exception thrown in the library and caught by the host aborts the process.
   # --exclude-libs keeps the runtime's own symbols local even if the version script ever loosened. Not
   # ALL: the exports themselves come from an archive too (quorl_bridge).
-  target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc
-    -Wl,--exclude-libs,libstdc++.a:libgcc.a:libgcc_eh.a)
+  target_link_options(${target} PRIVATE -static-libstdc++ -Wl,--exclude-libs,libstdc++.a)
 endfunction()
 if(QUORL_STATIC_CXX_RUNTIME)
   quorl_link_cxx_runtime_statically(QuorlBridge)
@@ -115,30 +138,25 @@ configure_file(${CMAKE_CURRENT_LIST_DIR}/quorlbridge.pc.in ${PROJECT_BINARY_DIR}
 install(FILES ${PROJECT_BINARY_DIR}/packaging/quorlbridge.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
-# ---- The drop-in folder for game projects ----------------------------------------------------------
-set(QUORL_PACKAGING_SCRIPT ${CMAKE_CURRENT_LIST_FILE})
-install(FILES $<TARGET_FILE:QuorlBridge> DESTINATION Assets/Plugins/x86_64 COMPONENT unity EXCLUDE_FROM_ALL)
-# The binding's sources, whether or not this build tests them under Mono.
-file(GLOB QUORL_CSHARP_BINDING CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/bindings/csharp/*.cs)
-install(FILES ${QUORL_CSHARP_BINDING} DESTINATION Assets/Plugins/QuorlBridge COMPONENT unity EXCLUDE_FROM_ALL)
-install(CODE "
-  set(shipped \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/Assets/Plugins/x86_64/$<TARGET_FILE_NAME:QuorlBridge>\")
-  if(NOT \"${CMAKE_STRIP}\" STREQUAL \"\")
-    # Game builds ship no debug information; the build tree keeps it.
-    execute_process(COMMAND \"${CMAKE_STRIP}\" --strip-debug \"\${shipped}\")
-  endif()
-  execute_process(COMMAND \"${CMAKE_COMMAND}\" -DQUORL_REPORT_LIBRARY=\${shipped}
-    -DQUORL_READELF=${CMAKE_READELF} -P \"${QUORL_PACKAGING_SCRIPT}\" RESULT_VARIABLE report_result)
-  if(NOT report_result EQUAL 0)
-    message(FATAL_ERROR \"the version report failed\")
-  endif()
-" COMPONENT unity EXCLUDE_FROM_ALL)
-
-add_custom_target(quorl_unity_folder
-  COMMAND ${CMAKE_COMMAND} --install ${PROJECT_BINARY_DIR} --component unity --prefix ${PROJECT_BINARY_DIR}/unity
-  COMMENT "Making the drop-in folder ${PROJECT_BINARY_DIR}/unity"
-  VERBATIM)
-add_dependencies(quorl_unity_folder QuorlBridge)
+# ---- The Unity package ------------------------------------------------------------------------------
+# build/unity-package/package is the package made from this build's library, and its tarball sits beside
+# it; the tests and the C# binding's test use them. The package to ship is made by scripts/package.sh from
+# the portable build, with this same script.
+if(NOT QUORL_FUZZ)
+  set(QUORL_UNITY_PACKAGE_DIR ${PROJECT_BINARY_DIR}/unity-package/package)
+  set(QUORL_UNITY_PACKAGE_TARBALL ${PROJECT_BINARY_DIR}/unity-package/com.quorl.bridge-${PROJECT_VERSION}.tgz)
+  file(GLOB_RECURSE quorl_unity_package_inputs CONFIGURE_DEPENDS
+    ${PROJECT_SOURCE_DIR}/bindings/unity/* ${PROJECT_SOURCE_DIR}/bindings/csharp/*.cs)
+  add_custom_command(OUTPUT ${QUORL_UNITY_PACKAGE_TARBALL}
+    COMMAND ${CMAKE_COMMAND} -DLIBRARY=$<TARGET_FILE:QuorlBridge> -DOUT=${QUORL_UNITY_PACKAGE_DIR}
+            -DTARBALL=${QUORL_UNITY_PACKAGE_TARBALL} -DSTRIP=${CMAKE_STRIP}
+            -P ${PROJECT_SOURCE_DIR}/cmake/UnityPackage.cmake
+    DEPENDS QuorlBridge ${PROJECT_SOURCE_DIR}/cmake/UnityPackage.cmake ${quorl_unity_package_inputs}
+            ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${PROJECT_SOURCE_DIR}/docs/game-developers.md
+    COMMENT "Making the Unity package in ${QUORL_UNITY_PACKAGE_DIR}"
+    VERBATIM)
+  add_custom_target(quorl_unity_package ALL DEPENDS ${QUORL_UNITY_PACKAGE_TARBALL})
+endif()
 
 if(QUORL_BUILD_TESTS AND EXISTS ${PROJECT_SOURCE_DIR}/tests/packaging/CMakeLists.txt)
   add_subdirectory(${PROJECT_SOURCE_DIR}/tests/packaging ${PROJECT_BINARY_DIR}/tests/packaging)
