@@ -24,7 +24,21 @@ function(quorl_generate_build_info header)
   set(QB_HASH "0000000000000000000000000000000000000000")
   set(QB_MODIFIED "False")
   find_package(Git QUIET)
-  if(GIT_FOUND AND EXISTS "${PROJECT_SOURCE_DIR}/.git")
+  if(QUORL_GIT_HASH MATCHES "^[0-9a-f]+$")
+    # A build of a copy of the checkout (scripts/package.sh builds in a separate root without git) is
+    # given the checkout's values: -DQUORL_GIT_HASH=<revision> -DQUORL_GIT_BRANCH=... -DQUORL_GIT_MODIFIED=True
+    string(LENGTH "${QUORL_GIT_HASH}" hash_length)
+    if(NOT hash_length EQUAL 40)
+      message(FATAL_ERROR "QUORL_GIT_HASH must be a 40-character revision: '${QUORL_GIT_HASH}'")
+    endif()
+    set(QB_HASH "${QUORL_GIT_HASH}")
+    if(QUORL_GIT_BRANCH)
+      set(QB_BRANCH "${QUORL_GIT_BRANCH}")
+    endif()
+    if(QUORL_GIT_MODIFIED)
+      set(QB_MODIFIED "True")
+    endif()
+  elseif(GIT_FOUND AND EXISTS "${PROJECT_SOURCE_DIR}/.git")
     execute_process(COMMAND ${GIT_EXECUTABLE} rev-parse HEAD
       WORKING_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE hash RESULT_VARIABLE hash_rc
       OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)

@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Every test: sets up, then builds and runs
 #   1. the whole suite (warnings are errors),
-#   2. the whole suite again under AddressSanitizer + UndefinedBehaviorSanitizer,
-#   3. the concurrency tests under ThreadSanitizer,
-#   4. each fuzz target for 30 seconds from its seed corpus (clang, ASan + UBSan).
+#   2. the release: scripts/package.sh builds the portable library in a Debian 11 root, makes the Unity
+#      package and proves the packaged file there,
+#   3. the whole suite again under AddressSanitizer + UndefinedBehaviorSanitizer,
+#   4. the concurrency tests under ThreadSanitizer,
+#   5. each fuzz target for 30 seconds from its seed corpus (clang, ASan + UBSan).
 # `scripts/test.sh --quick` runs only the first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -27,6 +29,9 @@ cmake --build build -j"$jobs"
 ctest --test-dir build --output-on-failure -j"$jobs" --timeout 600
 
 $quick && exit 0
+
+section "release: the portable library and the Unity package, proven on Debian 11"
+scripts/package.sh
 
 section "suite under AddressSanitizer + UndefinedBehaviorSanitizer"
 configure build-asan -DQUORL_SANITIZE=address,undefined -DQUORL_BUILD_BENCH=OFF
