@@ -136,10 +136,12 @@ else
 fi
 
 step "building the library and its checks with the root's GCC 10"
+build_args=""
+for arg in "${build_info[@]}"; do build_args+=" $(printf '%q' "$arg")"; done
 jobs=$(nproc)
 run "configuring in the build root failed" in_root "cmake -S /quorl/src -B /quorl/build \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUORL_STATIC_CXX_RUNTIME=ON -DQUORL_WERROR=ON -DQUORL_BUILD_BENCH=OFF \
-  $(printf "%q " "${build_info[@]}")"
+  ${build_args}"
 run "building in the build root failed" in_root "cmake --build /quorl/build -j$jobs --target \
   QuorlBridge quorl_shipped_library_test quorl-host quorl_binding_test_native"
 cp "$root/quorl/build/libQuorlBridge.so" "$work/libQuorlBridge.so"
