@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -49,10 +48,30 @@ std::set<std::string> Assets(const fs::path& root, bool withHidden) {
   return assets;
 }
 
+bool IsGuid(const std::string& text) {
+  return text.size() == 32 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+// The GUID of a .meta file: its "guid:" line holds 32 lowercase hex digits.
 std::string Guid(const fs::path& meta) {
-  std::smatch match;
-  const std::string text = Read(meta);
-  return std::regex_search(text, match, std::regex("(^|\n)guid: ([0-9a-f]{32})\n")) ? match[2].str() : "";
+  std::istringstream lines(Read(meta));
+  for (std::string line; std::getline(lines, line);)
+    if (line.rfind("guid: ", 0) == 0 && IsGuid(line.substr(6))) return line.substr(6);
+  return "";
+}
+
+// True when `text` is `minimum` or more dot-separated parts, each made of the characters in `allowed`
+// and, with `noLeadingZero`, not a number with a leading zero.
+bool DottedParts(const std::string& text, std::size_t minimum, const char* allowed, bool noLeadingZero) {
+  std::size_t count = 0;
+  for (std::size_t begin = 0;; ++count) {
+    const std::size_t end = text.find('.', begin);
+    const std::string part = text.substr(begin, end - begin);
+    if (part.empty() || part.find_first_not_of(allowed) != std::string::npos) return false;
+    if (noLeadingZero && part.size() > 1 && part[0] == '0') return false;
+    if (end == std::string::npos) return count + 1 >= minimum;
+    begin = end + 1;
+  }
 }
 
 TEST(UnityPackage, ManifestHasTheRequiredAndRecommendedFields) {
@@ -64,12 +83,12 @@ TEST(UnityPackage, ManifestHasTheRequiredAndRecommendedFields) {
     return manifest.HasMember(field) && manifest[field].IsString() ? manifest[field].GetString() : "";
   };
   // Reverse-domain, lower case, at most 214 characters, and what the engine shows as the package's id.
-  EXPECT_TRUE(std::regex_match(text("name"), std::regex("[a-z0-9_-]+(\\.[a-z0-9_-]+){2,}")));
+  EXPECT_TRUE(DottedParts(text("name"), 3, "abcdefghijklmnopqrstuvwxyz0123456789-_", false)) << text("name");
   EXPECT_LE(text("name").size(), 214u);
   EXPECT_EQ(text("name"), "com.quorl.bridge");
   EXPECT_EQ(text("version"), QUORL_VERSION) << "the project's version";
-  EXPECT_TRUE(
-      std::regex_match(text("version"), std::regex("(0|[1-9][0-9]*)\\.(0|[1-9][0-9]*)\\.(0|[1-9][0-9]*)")));
+  EXPECT_TRUE(DottedParts(text("version"), 3, "0123456789", true))
+      << "MAJOR.MINOR.PATCH: " << text("version");
   EXPECT_FALSE(text("displayName").empty());
   EXPECT_LE(text("displayName").size(), 50u);
   EXPECT_FALSE(text("description").empty());
@@ -111,10 +130,9 @@ TEST(UnityPackage, EveryAssetAndFolderHasOneMetaWithAStableUniqueGuid) {
   // The GUIDs released so far, path by path: a project refers to the assets by them.
   std::map<std::string, std::string> released;
   std::istringstream lines(Read(QUORL_PACKAGE_GUIDS));
-  for (std::string line; std::getline(lines, line);) {
-    std::smatch match;
-    if (std::regex_match(line, match, std::regex("([0-9a-f]{32}) (.+)"))) released[match[2]] = match[1];
-  }
+  for (std::string line; std::getline(lines, line);)
+    if (line.size() > 33 && IsGuid(line.substr(0, 32)) && line[32] == ' ')
+      released[line.substr(33)] = line.substr(0, 32);
   ASSERT_FALSE(released.empty());
 
   std::set<std::string> guids;
@@ -146,17 +164,19 @@ std::map<std::string, Platform> PlatformData(const std::string& meta) {
   std::istringstream lines(meta);
   std::string line;
   std::string current;
-  const std::regex setting("^ {8}([^:]+): ?(.*)$");
   while (std::getline(lines, line)) {
-    std::smatch match;
+    const std::size_t colon = line.find(':');
     if (line == "  - first:") {
       std::getline(lines, line);
       current = line.substr(line.find_first_not_of(' '));
       platforms[current];
     } else if (!current.empty() && line.rfind("      enabled: ", 0) == 0) {
       platforms[current].enabled = line.substr(15) == "1";
-    } else if (!current.empty() && std::regex_match(line, match, setting)) {
-      platforms[current].settings[match[1]] = match[2];
+    } else if (!current.empty() && line.rfind("        ", 0) == 0 && line[8] != ' ' &&
+               colon != std::string::npos) {
+      const std::size_t value = line.find_first_not_of(' ', colon + 1);  // "        Key: value"
+      platforms[current].settings[line.substr(8, colon - 8)] =
+          value == std::string::npos ? "" : line.substr(value);
     } else if (line.rfind("  userData:", 0) == 0) {
       current.clear();
     }
