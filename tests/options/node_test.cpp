@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <type_traits>
 
 namespace quorl {
 namespace {
@@ -58,6 +59,28 @@ TEST(OptionNode, AddChildMovesNodesBetweenAndWithinParents) {
   EXPECT_TRUE(right->GetChildren().empty());
   EXPECT_THROW(loose.AddValue(Int(1)), std::bad_weak_ptr);
   EXPECT_TRUE(loose.GetChildren().empty());
+}
+
+// True when OptionNode offers a way to list a caller's node as a child without AddChild's detaching, which
+// would leave that node under two parents.
+template <class N, class = void>
+struct AttachesWithoutDetaching : std::false_type {};
+template <class N>
+struct AttachesWithoutDetaching<
+    N, std::void_t<decltype(std::declval<N&>().AddNewChild(std::declval<const std::shared_ptr<N>&>()))>>
+    : std::true_type {};
+
+TEST(OptionNode, OnlyAddChildTakesACallersNodeSoEachNodeHasOneParent) {
+  EXPECT_FALSE(AttachesWithoutDetaching<OptionNode>::value);
+  // The reader's fast path makes its own nodes, appending beside an earlier child of the same hash.
+  Ref root = Node();
+  root->SetChild("key", Int(1));
+  Ref made = root->AddNewChild("key");
+  EXPECT_EQ(root->GetChildren(), (std::vector<Ref>{root->FindChild("key"), made}));
+  EXPECT_EQ(made->GetParent(), root);
+  EXPECT_TRUE(made->GetValue().IsEmpty());
+  OptionNode loose;
+  EXPECT_THROW(loose.AddNewChild("x"), std::bad_weak_ptr);
 }
 
 TEST(OptionNode, DetachedAndOrphanedNodesAreTheirOwnRoots) {
