@@ -8,6 +8,10 @@
 namespace quorl {
 namespace {
 
+std::string Text(const ByteBuffer& buffer) {
+  return std::string(reinterpret_cast<const char*>(buffer.Data()), buffer.Size());
+}
+
 TEST(ByteBuffer, CopiesAreDeepAndZeroSizesAreEmpty) {
   ByteBuffer a("xyz", 3);
   ByteBuffer b(a);
@@ -31,6 +35,24 @@ TEST(ByteBuffer, SameSizeKeepsTheStorageAnotherSizeReplacesIt) {
   EXPECT_EQ(buffer.Size(), 0u);
 }
 
+TEST(ByteBuffer, CopyAssignmentIsDeepAcrossSizesAndToItself) {
+  ByteBuffer first("abcdef", 6);
+  ByteBuffer second("xy", 2);
+  second = first;
+  first.Data()[0] = 'Z';
+  EXPECT_EQ(Text(second), "abcdef");
+  ByteBuffer third("0123456789", 10);
+  first = third;
+  third.Data()[1] = 'Q';
+  EXPECT_EQ(Text(first), "0123456789");
+  const ByteBuffer& same = first;
+  first = same;
+  EXPECT_EQ(Text(first), "0123456789");
+  first = ByteBuffer();
+  EXPECT_EQ(first.Data(), nullptr);
+  EXPECT_EQ(first.Size(), 0u);
+}
+
 // Assigning a window of the buffer's own bytes (the whole, a head, a tail, a middle) gives those bytes,
 // whether the size stays or changes.
 TEST(ByteBuffer, AssignFromItsOwnStorageCopiesBeforeItFrees) {
@@ -45,8 +67,7 @@ TEST(ByteBuffer, AssignFromItsOwnStorageCopiesBeforeItFrees) {
     ByteBuffer buffer(original.data(), original.size());
     buffer.Assign(buffer.Data() + window.offset, window.length);
     ASSERT_EQ(buffer.Size(), window.length);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(buffer.Data()), buffer.Size()),
-              original.substr(window.offset, window.length));
+    EXPECT_EQ(Text(buffer), original.substr(window.offset, window.length));
   }
 }
 
