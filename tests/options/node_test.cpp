@@ -61,6 +61,21 @@ TEST(OptionNode, AddChildMovesNodesBetweenAndWithinParents) {
   EXPECT_TRUE(loose.GetChildren().empty());
 }
 
+// The caller's reference may be the parent's own list entry, which the detaching erases (and refills with
+// the next child).
+TEST(OptionNode, RemoveChildAcceptsTheEntryOfTheParentsOwnList) {
+  Ref root = Node();
+  std::weak_ptr<OptionNode> first = root->GetOrCreateChild("a");
+  Ref second = root->GetOrCreateChild("b");
+  root->RemoveChild(root->GetChildren().front());
+  EXPECT_TRUE(first.expired());
+  EXPECT_EQ(root->GetChildren(), std::vector<Ref>{second});
+  EXPECT_EQ(second->GetParent(), root);
+  root->RemoveChild(root->GetChildren().back());
+  EXPECT_TRUE(root->GetChildren().empty());
+  EXPECT_EQ(second->GetParent(), nullptr);
+}
+
 // True when OptionNode offers a way to list a caller's node as a child without AddChild's detaching, which
 // would leave that node under two parents.
 template <class N, class = void>
