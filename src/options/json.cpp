@@ -21,8 +21,7 @@ bool ReadNode(const std::shared_ptr<OptionNode>& node, const JsonValue& json) {
       node->ReserveChildren(node->GetChildren().size() + json.MemberCount());
       for (auto member = json.MemberBegin(); member != json.MemberEnd(); ++member) {
         // Intended: keys end at their first NUL, whatever length the DOM stores.
-        auto child = std::make_shared<OptionNode>(HashedName(TextOf(member->name.GetString())));
-        node->AddNewChild(child);
+        auto child = node->AddNewChild(HashedName(TextOf(member->name.GetString())));
         result = ReadNode(child, member->value);
       }
       return result;
@@ -31,8 +30,7 @@ bool ReadNode(const std::shared_ptr<OptionNode>& node, const JsonValue& json) {
       bool result = false;
       node->ReserveChildren(node->GetChildren().size() + json.Size());
       for (const JsonValue& element : json.GetArray()) {
-        auto child = std::make_shared<OptionNode>();
-        node->AddNewChild(child);
+        auto child = node->AddNewChild(HashedName());
         result = ReadNode(child, element);
       }
       return result;

@@ -75,9 +75,14 @@ class OptionNode : public TreeNode<OptionNode> {
   // The node at `path` from the root, with missing nodes made by name along the way.
   Ref GetOrCreateByPath(const OptionPath& path);
 
-  // Attaches a node that was just made and is seen by nobody else (the JSON reader's case); equivalent
-  // to AddChild without its searches.
-  void AddNewChild(const Ref& child) { AppendDetached(child); }
+  // Makes a child of that name, without a value, and attaches it as last child even when another child
+  // has the hash (unlike GetOrCreateChild): the JSON reader's way of appending members and elements in
+  // document order. It takes no node from the caller, so it can never list a node that has a parent.
+  Ref AddNewChild(HashedName childName) {
+    Ref child = std::make_shared<OptionNode>(std::move(childName));
+    AppendDetached(child);
+    return child;
+  }
 
  private:
   // Declared in this order so that destruction releases the value, then the name, then the children.

@@ -48,9 +48,12 @@ bool OptionGroup::Validate(const NodeRef& node) {
   // ownership throws there and only there) and the same for all the others.
   std::string groupPath;
   bool haveGroupPath = false;
-  // By index: validation replaces values below `node` but never adds or removes its children.
+  // By index, and holding the child: validation itself never adds or removes children, but the logger's
+  // callback runs in between and may change the configuration. The child visited is then still finished
+  // (it stays alive through this reference, not through the list), and the walk goes on over the list
+  // as the callback left it.
   for (std::size_t i = 0; i < node->GetChildren().size(); ++i) {
-    const NodeRef& child = node->GetChildren()[i];
+    const NodeRef child = node->GetChildren()[i];
     const DescriptorRef option = FindOption(child->GetName());
     const Ref group = FindGroup(child->GetName());
     if (!haveGroupPath) {

@@ -55,14 +55,17 @@ class TreeNode : public std::enable_shared_from_this<Node> {
     return child;
   }
 
-  // Detaches `child` when its live parent is this node; otherwise nothing changes.
+  // Detaches `child` when its live parent is this node; otherwise nothing changes. `child` may be an
+  // entry of this node's own list.
   void RemoveChild(const Ref& child) {
     if (!child) return;
     Ref owner = child->parent.lock();
     if (owner.get() != static_cast<Node*>(this)) return;
-    auto place = std::find(children.begin(), children.end(), child);
+    // A copy: when `child` is the list's own entry, the erase below refills it with the next child.
+    const Ref detached = child;
+    auto place = std::find(children.begin(), children.end(), detached);
     if (place != children.end()) children.erase(place);
-    child->parent.reset();
+    detached->parent.reset();
   }
 
   // Makes room for `count` children in all, so that a reader who knows the number appends without

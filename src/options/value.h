@@ -173,19 +173,14 @@ class OptionValue {
   }
 
   // Gives up the held value first, then registers T, stores T's table and then a clone of `value`. A
-  // failed allocation leaves the table set and the payload null.
+  // failed allocation leaves the table set and the payload null. There is deliberately no moving form:
+  // every payload is made by its table (here `clone`), so that the table's `destroy` only ever meets
+  // payloads of its own making, whatever storage a type keeps them in.
   template <class T>
   void SetTyped(const typename T::Payload& value) {
     Release();
     table = EnsureRegistered<T>();
     payload = table->clone(&value);
-  }
-  // The same, moving `value` into the new payload instead of copying it.
-  template <class T>
-  void SetTyped(typename T::Payload&& value) {
-    Release();
-    table = EnsureRegistered<T>();
-    payload = new typename T::Payload(std::move(value));
   }
 
   // Gives up the held value first, then stores `type` and the payload that its fromText makes of

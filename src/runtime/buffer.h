@@ -26,13 +26,18 @@ class ByteBuffer {
   // Same size: nothing, the bytes stay. Another size: the old bytes are freed and `n` new, uninitialised
   // bytes take their place.
   void Resize(std::size_t n);
-  // Same size: copies over the present storage. Another size: frees, allocates `n`, copies.
+  // Same size: copies over the present storage. Another size: frees, allocates `n`, copies. `bytes` may
+  // point into this buffer's own storage (a window of its bytes): then the new storage is made and
+  // filled before the old is freed, and a failed allocation leaves the buffer as it was.
   void Assign(const void* bytes, std::size_t n);
 
   uint8_t* Data() const { return data; }
   std::size_t Size() const { return size; }
 
  private:
+  // True when `bytes` points into the present storage.
+  bool Holds(const void* bytes) const;
+
   uint8_t* data = nullptr;
   std::size_t size = 0;
 };

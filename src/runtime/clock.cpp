@@ -1,7 +1,5 @@
 #include "runtime/clock.h"
 
-#include <time.h>
-
 namespace quorl {
 
 std::chrono::system_clock::time_point ClockNow() {
@@ -10,10 +8,15 @@ std::chrono::system_clock::time_point ClockNow() {
 
 void SleepNanoseconds(int64_t nanoseconds) {
   if (nanoseconds < 1) return;
+  const timespec request = SleepRequest(nanoseconds);
+  nanosleep(&request, nullptr);
+}
+
+timespec SleepRequest(int64_t nanoseconds) {
   timespec request{};
   request.tv_sec = static_cast<time_t>(nanoseconds / 1000000000);
   request.tv_nsec = static_cast<long>(nanoseconds % 1000000000);
-  nanosleep(&request, nullptr);
+  return request;
 }
 
 }  // namespace quorl

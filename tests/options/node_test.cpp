@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <type_traits>
 
 namespace quorl {
 namespace {
@@ -58,6 +59,43 @@ TEST(OptionNode, AddChildMovesNodesBetweenAndWithinParents) {
   EXPECT_TRUE(right->GetChildren().empty());
   EXPECT_THROW(loose.AddValue(Int(1)), std::bad_weak_ptr);
   EXPECT_TRUE(loose.GetChildren().empty());
+}
+
+// The caller's reference may be the parent's own list entry, which the detaching erases (and refills with
+// the next child).
+TEST(OptionNode, RemoveChildAcceptsTheEntryOfTheParentsOwnList) {
+  Ref root = Node();
+  std::weak_ptr<OptionNode> first = root->GetOrCreateChild("a");
+  Ref second = root->GetOrCreateChild("b");
+  root->RemoveChild(root->GetChildren().front());
+  EXPECT_TRUE(first.expired());
+  EXPECT_EQ(root->GetChildren(), std::vector<Ref>{second});
+  EXPECT_EQ(second->GetParent(), root);
+  root->RemoveChild(root->GetChildren().back());
+  EXPECT_TRUE(root->GetChildren().empty());
+  EXPECT_EQ(second->GetParent(), nullptr);
+}
+
+// True when OptionNode offers a way to list a caller's node as a child without AddChild's detaching, which
+// would leave that node under two parents.
+template <class N, class = void>
+struct AttachesWithoutDetaching : std::false_type {};
+template <class N>
+struct AttachesWithoutDetaching<
+    N, std::void_t<decltype(std::declval<N&>().AddNewChild(std::declval<const std::shared_ptr<N>&>()))>>
+    : std::true_type {};
+
+TEST(OptionNode, OnlyAddChildTakesACallersNodeSoEachNodeHasOneParent) {
+  EXPECT_FALSE(AttachesWithoutDetaching<OptionNode>::value);
+  // The reader's fast path makes its own nodes, appending beside an earlier child of the same hash.
+  Ref root = Node();
+  root->SetChild("key", Int(1));
+  Ref made = root->AddNewChild("key");
+  EXPECT_EQ(root->GetChildren(), (std::vector<Ref>{root->FindChild("key"), made}));
+  EXPECT_EQ(made->GetParent(), root);
+  EXPECT_TRUE(made->GetValue().IsEmpty());
+  OptionNode loose;
+  EXPECT_THROW(loose.AddNewChild("x"), std::bad_weak_ptr);
 }
 
 TEST(OptionNode, DetachedAndOrphanedNodesAreTheirOwnRoots) {

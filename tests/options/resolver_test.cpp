@@ -132,6 +132,58 @@ TEST(Resolver, ANameOfOptionAndGroupIsValidatedAsGroupThenCoercedAsOption) {
   EXPECT_EQ(Write(config), R"({"codec":9,"codec":{"level":5}})");
 }
 
+// The logger's callback may change the configuration while Validate walks it (the callback runs inside
+// Validate, between two children). The node being visited is finished all the same, with its own
+// children; the walk of its parent goes on over the list as the callback left it.
+TEST(Resolver, ValidateFinishesTheVisitedNodeWhenTheLogCallbackEditsTheTree) {
+  struct Case {
+    const char* edit;
+    std::function<void(const NodeRef&)> apply;
+    std::vector<std::string> lines;
+  };
+  const std::vector<Case> cases = {
+      {"the visited node is removed",
+       [](const NodeRef& root) { root->RemoveChild(HashedName("video")); },
+       {"video.x1", "video.x2"}},
+      {"a sibling is added, moving the list",
+       [](const NodeRef& root) { root->GetOrCreateChild("late"); },
+       {"video.x1", "video.x2", ".extra", ".late"}},
+      {"every node is removed",
+       [](const NodeRef& root) {
+         while (!root->GetChildren().empty())
+           root->RemoveChild(root->GetChildren().back());
+       },
+       {"video.x1", "video.x2"}},
+  };
+  GroupRef schema = Root();
+  Declare(schema->AddGroup("video"), "fps", Int(60));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.edit);
+    NodeRef config = std::make_shared<OptionNode>();
+    NodeRef video = config->GetOrCreateChild("video");
+    video->SetChild("x1", Int(1));
+    video->SetChild("x2", Int(2));
+    video->SetChild("fps", Str("30"));
+    NodeRef extra = config->GetOrCreateChild("extra");
+    extra->SetChild("y1", Int(1));
+    extra->SetChild("y2", Int(2));
+    video.reset();
+    extra.reset();
+    std::vector<std::string> lines;
+    bool edited = false;
+    Logger::SetCallback([&](Logger::LOG_TYPE, const char* text) {
+      const std::string line = text;
+      lines.push_back(line.substr(line.find('\'') + 1, line.rfind('\'') - line.find('\'') - 1));
+      if (!edited) c.apply(config);
+      edited = true;
+    });
+    const bool valid = schema->Validate(config);
+    Logger::SetCallback(Logger::LogCallback());
+    EXPECT_FALSE(valid);
+    EXPECT_EQ(lines, c.lines);
+  }
+}
+
 TEST(Resolver, FailuresRaiseTheStandardErrorAndLeaveBothTreesAlone) {
   NodeRef config = std::make_shared<OptionNode>();
   config->SetChild("o", Str("1"));

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <csignal>
 #include <limits>
+#include <set>
+#include <string>
 
 namespace quorl {
 namespace {
@@ -82,6 +84,54 @@ TEST(OptionValue, CopiesAreDeepAndReplacingFreesTheOldValue) {
   EXPECT_EQ(b.GetPayload(), nullptr);
   EXPECT_EQ(b.ToText(), "");
   static_assert(sizeof(OptionValue) == 2 * sizeof(void*), "a value stays two pointers wide");
+}
+
+// A caller-defined type whose payloads come from its own allocator (here: a ledger of what it made), as
+// a type with pooled or arena storage would. Its Destroy notes every payload that it never made.
+struct LedgerText {
+  using Payload = std::string;
+  static std::set<const void*>& Made() {
+    static std::set<const void*> made;
+    return made;
+  }
+  static int& Foreign() {
+    static int foreign = 0;
+    return foreign;
+  }
+  static void* Keep(std::string* payload) {
+    Made().insert(payload);
+    return payload;
+  }
+  static void* Create() { return Keep(new std::string()); }
+  static void* Clone(const void* source) {
+    return Keep(new std::string(*static_cast<const std::string*>(source)));
+  }
+  static void* FromText(const std::string& text) { return Keep(new std::string(text)); }
+  static void Destroy(void* payload) {
+    if (payload == nullptr) return;
+    if (Made().erase(payload) == 0) ++Foreign();
+    delete static_cast<std::string*>(payload);
+  }
+  static void Assign(void* destination, const void* source) {
+    *static_cast<std::string*>(destination) = *static_cast<const std::string*>(source);
+  }
+  static int32_t Compare(const void* a, const void* b) { return StringType::Compare(a, b); }
+  static void ToText(std::string& result, const void* payload) { StringType::ToText(result, payload); }
+};
+
+TEST(OptionValue, EveryPayloadComesFromItsTypesTable) {
+  {
+    std::string text = "moved in";
+    OptionValue value;
+    value.SetTyped<LedgerText>(std::move(text));
+    EXPECT_EQ(LedgerText::Made().count(value.GetPayload()), 1u);
+    value.SetTyped<LedgerText>(std::string("replaced by a temporary"));
+    OptionValue copy = value;
+    value = OptionValue::Of<LedgerText>("and by a copy");
+    EXPECT_EQ(copy.ToText(), "replaced by a temporary");
+  }
+  EXPECT_EQ(LedgerText::Foreign(), 0);
+  EXPECT_TRUE(LedgerText::Made().empty());
 }
 
 TEST(OptionValue, OperatorsOrderAcrossTypesByIdAndNeverConvert) {
