@@ -8,7 +8,8 @@
 #   3. the package: dist/com.quorl.bridge/ (the package manager's layout; "Add package from disk", or
 #      the root of a git branch for "Add package from git URL") and dist/com.quorl.bridge-<version>.tgz
 #      ("Add package from tarball"), the library stripped of its debug information;
-#   4. what the library needs of a system (GLIBC_ at most 2.27, no GLIBCXX_), and inside the root, against
+#   4. what the library needs of a system (GLIBC_ at most 2.27, no GLIBCXX_), its interface against the
+#      baseline in abi/ (before stripping), and inside the root, against
 #      the file from the tarball: the loader resolves it, the shipped-library tests, a quorl-host session
 #      and the C# binding's test under Mono against the packaged Runtime.
 # Needs root (debootstrap, chroot). Prints a line per step; the tools' output goes to
@@ -56,7 +57,7 @@ mkdir -p "$work"
 
 # ---- What this script needs of the host --------------------------------------------------------------
 missing=()
-for tool in debootstrap:debootstrap cmake:cmake readelf:binutils strip:binutils tar:tar gzip:gzip; do
+for tool in debootstrap:debootstrap cmake:cmake readelf:binutils strip:binutils tar:tar gzip:gzip abidiff:abigail-tools; do
   command -v "${tool%%:*}" >/dev/null || missing+=("${tool#*:}")
 done
 if [ ${#missing[@]} -gt 0 ]; then
@@ -163,6 +164,9 @@ shipped=/quorl/check/package/Runtime/Plugins/x86_64/libQuorlBridge.so
 needs=$(cmake -DQUORL_REPORT_LIBRARY="$root$shipped" -DQUORL_GLIBC_AT_MOST=$glibc_floor -DQUORL_NO_GLIBCXX=ON \
   -P cmake/Packaging.cmake 2>&1) || { echo "$needs" >>"$log"; fail "the library breaks the floor" 6; }
 needs=${needs#-- }
+
+step "checking the interface against its baseline"
+run "the portable library's interface differs from abi/libQuorlBridge.abi" abi/check-abi.sh "$work/libQuorlBridge.so"
 
 step "in the $suite root: the loader resolves the packaged library"
 run "the loader of the $suite root does not accept the packaged library" in_root \

@@ -5,7 +5,8 @@
 #      package and proves the packaged file there,
 #   3. the whole suite again under AddressSanitizer + UndefinedBehaviorSanitizer,
 #   4. the concurrency tests under ThreadSanitizer,
-#   5. each fuzz target for 30 seconds from its seed corpus (clang, ASan + UBSan).
+#   5. coverage of src/ by the suite, with a floor (scripts/coverage.sh),
+#   6. each fuzz target for 30 seconds from its seed corpus (clang, ASan + UBSan).
 # `scripts/test.sh --quick` runs only the first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
