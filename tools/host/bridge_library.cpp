@@ -27,12 +27,13 @@ std::string ExecutableDirectory() {
 
 }  // namespace
 
-int ExportCount() {
-  int count = 0;
-#define QUORL_HOST_COUNT(name) ++count;
-  QUORL_HOST_FOR_EACH_EXPORT(QUORL_HOST_COUNT)
-#undef QUORL_HOST_COUNT
-  return count;
+const char* ExportName(int id) {
+  static const char* const kNames[] = {
+#define QUORL_HOST_EXPORT_NAME(name) #name,
+      QUORL_HOST_FOR_EACH_EXPORT(QUORL_HOST_EXPORT_NAME)
+#undef QUORL_HOST_EXPORT_NAME
+  };
+  return id >= 0 && id < kExportCount ? kNames[id] : "?";
 }
 
 std::unique_ptr<BridgeLibrary> BridgeLibrary::Open(const std::string& path, std::string* error) {
@@ -59,7 +60,7 @@ std::unique_ptr<BridgeLibrary> BridgeLibrary::Open(const std::string& path, std:
   QUORL_HOST_FOR_EACH_EXPORT(QUORL_HOST_RESOLVE)
 #undef QUORL_HOST_RESOLVE
   if (missingCount > 0) {
-    *error = path + " lacks " + std::to_string(missingCount) + " of the " + std::to_string(ExportCount()) +
+    *error = path + " lacks " + std::to_string(missingCount) + " of the " + std::to_string(kExportCount) +
              " exports: " + missing;
     return nullptr;  // the destructor closes the handle
   }

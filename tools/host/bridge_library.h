@@ -27,8 +27,14 @@ struct BridgeApi {
 #undef QUORL_HOST_DECLARE_POINTER
 };
 
-// The number of names in QUORL_HOST_FOR_EACH_EXPORT.
-int ExportCount();
+// Each export's place in QUORL_HOST_FOR_EACH_EXPORT, for counting calls: kExport_Map_Add, ...
+enum ExportId : int {
+#define QUORL_HOST_EXPORT_ID(name) kExport_##name,
+  QUORL_HOST_FOR_EACH_EXPORT(QUORL_HOST_EXPORT_ID)
+#undef QUORL_HOST_EXPORT_ID
+      kExportCount
+};
+const char* ExportName(int id);
 
 class BridgeLibrary {
  public:

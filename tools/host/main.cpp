@@ -1,12 +1,12 @@
 // quorl-host: an engine-host simulator for libQuorlBridge. It loads the library as the engine loads a
-// native plug-in and plays a headless session through all 35 exports, then prints what happened and
-// exits non-zero if any invariant failed. See session.h for what a session does.
+// native plug-in and plays it through all 35 exports: by default a paced headless game session with a
+// summary, or with --soak an unpaced random mix from every role at once. It exits non-zero if any check
+// failed. See session.h.
 
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "bridge_library.h"
@@ -22,21 +22,24 @@ void PrintUsage(FILE* out) {
       "  --frames N       frames to play (default 300, at least 10)\n"
       "  --scripts N      script threads (default 4, 1 to 64)\n"
       "  --events N       render events each script thread queues per frame, on average (default 12)\n"
-      "  --seed N         seed of the session's random choices (default 1)\n"
+      "  --seed N         seed of the random choices (default 1)\n"
       "  --fps N          frame rate to pace at; 0 plays unpaced (default 100)\n"
+      "  --soak SECONDS   instead of a session, call every export from all threads at once in random\n"
+      "                   mixes for this long, checking a model of the library all along\n"
       "  --library PATH   the library to load (default: ../lib beside this program, else the\n"
       "                   build tree it was built in, else the loader's search path)\n"
-      "  --progress       show the live progress line (default when standard error is a terminal)\n"
+      "  --progress       show the live progress line (default when standard error is a terminal;\n"
+      "                   a soak shows a line each second unless --no-progress)\n"
       "  --no-progress    never show it\n"
       "  -h, --help       this text\n\n"
-      "Exit status: 0 when every invariant held, 1 when one failed, 2 for bad options or a library\n"
+      "Exit status: 0 when every check held, 1 when one failed, 2 for bad options or a library\n"
       "that cannot be loaded or lacks an export.\n");
 }
 
-bool ParseInt(const char* text, long low, long high, long* value) {
+bool ParseNumber(const char* text, double low, double high, double* value) {
   char* end = nullptr;
-  const long parsed = std::strtol(text, &end, 10);
-  if (end == text || *end != '\0' || parsed < low || parsed > high) return false;
+  const double parsed = std::strtod(text, &end);
+  if (end == text || *end != '\0' || !(parsed >= low && parsed <= high)) return false;
   *value = parsed;
   return true;
 }
@@ -44,54 +47,55 @@ bool ParseInt(const char* text, long low, long high, long* value) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  quorl::host::SessionOptions options;
-  options.progress = isatty(STDERR_FILENO) == 1;
+  quorl::host::SessionOptions session;
+  quorl::host::SoakOptions soak;
+  session.progress = isatty(STDERR_FILENO) == 1;
+  bool soaking = false;
+  bool quiet = false;
   std::string library;
 
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
-    auto number = [&](long low, long high, long* value) {
-      if (i + 1 >= argc || !ParseInt(argv[i + 1], low, high, value)) {
-        std::fprintf(stderr, "quorl-host: %s wants a number from %ld to %ld\n", arg.c_str(), low, high);
+    double value = 0;
+    // Options with a number: the name, its bounds, whether it must be whole, and where it goes.
+    auto number = [&](double low, double high, bool whole) {
+      if (i + 1 >= argc || !ParseNumber(argv[i + 1], low, high, &value) ||
+          (whole && value != static_cast<double>(static_cast<long long>(value)))) {
+        std::fprintf(stderr, "quorl-host: %s wants a %snumber from %g to %g\n", arg.c_str(),
+                     whole ? "whole " : "", low, high);
         std::exit(2);
       }
       ++i;
+      return value;
     };
-    long value = 0;
     if (arg == "-h" || arg == "--help") {
       PrintUsage(stdout);
       return 0;
     } else if (arg == "--frames") {
-      number(10, 1000000, &value);
-      options.frames = static_cast<int>(value);
+      session.frames = static_cast<int>(number(10, 1000000, true));
     } else if (arg == "--scripts") {
-      number(1, 64, &value);
-      options.scriptThreads = static_cast<int>(value);
+      soak.scriptThreads = session.scriptThreads = static_cast<int>(number(1, 64, true));
     } else if (arg == "--events") {
-      number(1, 1000, &value);
-      options.eventsPerFrame = static_cast<int>(value);
+      session.eventsPerFrame = static_cast<int>(number(1, 1000, true));
     } else if (arg == "--seed") {
-      number(0, 4294967295L, &value);
-      options.seed = static_cast<uint32_t>(value);
+      soak.seed = session.seed = static_cast<uint32_t>(number(0, 4294967295.0, true));
     } else if (arg == "--fps") {
-      number(0, 10000, &value);
-      options.framesPerSecond = static_cast<double>(value);
-    } else if (arg == "--library") {
-      if (i + 1 >= argc) {
-        std::fprintf(stderr, "quorl-host: --library wants a path\n");
-        return 2;
-      }
+      session.framesPerSecond = number(0, 10000, true);
+    } else if (arg == "--soak") {
+      soaking = true;
+      soak.seconds = number(0.1, 7 * 86400, false);
+    } else if (arg == "--library" && i + 1 < argc) {
       library = argv[++i];
-    } else if (arg == "--progress") {
-      options.progress = true;
-    } else if (arg == "--no-progress") {
-      options.progress = false;
+    } else if (arg == "--progress" || arg == "--no-progress") {
+      session.progress = arg == "--progress";
+      quiet = !session.progress;
     } else {
-      std::fprintf(stderr, "quorl-host: unknown option %s\n\n", arg.c_str());
+      std::fprintf(stderr, "quorl-host: unknown option or missing value: %s\n\n", arg.c_str());
       PrintUsage(stderr);
       return 2;
     }
   }
+  soak.progress = !quiet;
 
   if (library.empty()) library = quorl::host::DefaultLibraryCandidates().front();
   std::string error;
@@ -101,6 +105,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::printf("quorl-host: loaded %s, all %d exports resolved\n", bridge->resolvedPath().c_str(),
-              quorl::host::ExportCount());
-  return quorl::host::RunSession(bridge->api(), options) ? 0 : 1;
+              quorl::host::kExportCount);
+  const bool held = soaking ? RunSoak(bridge->api(), soak) : RunSession(bridge->api(), session);
+  return held ? 0 : 1;
 }

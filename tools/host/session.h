@@ -1,18 +1,20 @@
-// Session: one simulated run of an engine that hosts libQuorlBridge, from registration to the summary.
+// The two ways quorl-host plays the library through the roles of script, render, playback and log
+// polling threads, checked by one checking layer (checks.h).
 //
-// The main thread plays the engine's main loop: it registers the plug-in, opens each frame for the script
-// threads and the playback thread, submits the frame's render event ids to the render thread, polls the
-// log buffer, requests the interface shutdown part-way through and paces the frames. Script threads queue
-// render work of all five shapes, add and remove scene objects, and share named integers. The render
-// thread fires what it was handed through the address UnityRenderEventFunc returned. The playback thread
-// drives the asset relay (see playback.h).
+// RunSession plays one paced game session, from registration to the summary. The main thread plays the
+// engine's main loop: it registers the plug-in, opens each frame for the script threads and the playback
+// thread, hands the frame's render event ids to the render thread, polls the log buffer, sets and clears
+// the host's asset callbacks, requests the interface shutdown part-way through and paces the frames.
 //
-// RunSession owns all of these threads and joins them before it returns. It prints the summary to
-// standard output and, when asked, a live progress line to standard error.
+// RunSoak calls every export unpaced, in random mixes, from all the roles at once (the log poller a
+// thread of its own), checking each result against the model as it goes and everything again at the end,
+// and reports operations per second.
+//
+// Each owns its threads and joins them before it returns; each prints to standard output and returns
+// true when every check held.
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 #include "bridge_library.h"
 
@@ -27,7 +29,15 @@ struct SessionOptions {
   bool progress = false;         // the live progress line on standard error
 };
 
-// Plays one session through `api`; returns true when every invariant held.
 bool RunSession(const BridgeApi& api, const SessionOptions& options);
+
+struct SoakOptions {
+  double seconds = 10;
+  int scriptThreads = 4;
+  uint32_t seed = 1;
+  bool progress = true;  // a line each second
+};
+
+bool RunSoak(const BridgeApi& api, const SoakOptions& options);
 
 }  // namespace quorl::host
