@@ -1,4 +1,4 @@
-#include "asset_relay.h"
+#include "bridge_model.h"
 
 #include <cstring>
 

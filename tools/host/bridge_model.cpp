@@ -1,10 +1,11 @@
 #include "bridge_model.h"
 
+#include <climits>
+#include <cstring>
+
 namespace quorl::host {
 
 namespace {
-
-constexpr int32_t kGateHandleBase = 990000;
 
 // Which call the shutdown notice may come from; set around those calls on the calling thread.
 thread_local bool inTrigger = false;
@@ -14,22 +15,23 @@ const char* SlotName(Slot slot) {
   return slot == kNone ? "none" : slot == kFirst ? "the first callback" : "the second callback";
 }
 
-void OnShutdown(Slot which) {
+template <Slot kSlot>
+void OnShutdown() {
   ThreadContext& context = CurrentContext();
   BridgeModel& model = Model();  // the library holds the bridge mutex while it calls us
   ++model.shutdownCalls;
   // Asking the registry again from inside works because the bridge mutex is recursive.
   const int32_t count = CALL(context, Scene_Objects_GetCount)();
   EXPECT(context, kShutdown, count == 0, "the shutdown notice came with %d scene objects registered", count);
-  EXPECT(context, kShutdown, which == model.shutdownCallback, "%s was called, but %s was set last",
-         SlotName(which), SlotName(model.shutdownCallback));
+  EXPECT(context, kShutdown, kSlot == model.shutdownCallback, "%s was called, but %s was set last",
+         SlotName(kSlot), SlotName(model.shutdownCallback));
   if (inTrigger) {
-    ++model.shutdownCallsInTrigger;
+    ++model.callsInTrigger;
   } else if (inRemove) {
     EXPECT(context, kShutdown, model.pending != PendingShutdown::kNo,
-           "a removal delivered a shutdown notice, but no shutdown was pending");
+           "a removal gave a notice, but none was pending");
     model.pending = PendingShutdown::kNo;
-    ++model.shutdownCallsInRemove;
+    ++model.callsInRemove;
     model.removalNoticeNs = NowNs();
     model.removalNoticeFrame = context.frame;
     model.removalNoticeOn = context.label();
@@ -38,13 +40,26 @@ void OnShutdown(Slot which) {
          "the shutdown notice came outside Trigger_InterfaceShutdown and Scene_Objects_Remove");
   }
 }
-void OnShutdownFirst() {
-  OnShutdown(kFirst);
-}
-void OnShutdownSecond() {
-  OnShutdown(kSecond);
-}
-const QuorlShutdownCallback kShutdownCallbacks[3] = {nullptr, &OnShutdownFirst, &OnShutdownSecond};
+const QuorlShutdownCallback kShutdownCallbacks[3] = {nullptr, &OnShutdown<kFirst>, &OnShutdown<kSecond>};
+
+struct ErrorText {
+  int32_t code;
+  const char* text;
+};
+const ErrorText kErrorTexts[] = {
+    {0, "Success"},
+    {1, "Unknown Error"},
+    {200, "Failed to download manifest from remote server or find cached copy"},
+    {201, "Failed to parse manifest"},
+    {202, "Failed to download representation from remote server or find cached copy"},
+    {203, "Failed to load representation for playback"},
+    {204, "Failed to find a valid decoder for the loaded representation"},
+    {205, "Cached copy not valid for offline playback"},
+    {-1, ""},
+    {206, ""},
+    {INT_MIN, ""},
+    {INT_MAX, ""},
+};
 
 }  // namespace
 
@@ -64,21 +79,20 @@ void SetShutdownCallback(ThreadContext& context, Slot slot) {
 void TriggerShutdown(ThreadContext& context) {
   BridgeModel& model = Model();
   const int32_t count = CALL(context, Scene_Objects_GetCount)();
-  const int64_t before = model.shutdownCallsInTrigger;
+  const int64_t before = model.callsInTrigger;
   inTrigger = true;
   CALL(context, Trigger_InterfaceShutdown)();
   inTrigger = false;
-  const int64_t calls = model.shutdownCallsInTrigger - before;
+  const int64_t calls = model.callsInTrigger - before;
   if (count == 0) {
-    const int64_t expected = model.shutdownCallback != kNone ? 1 : 0;
-    EXPECT(context, kShutdown, calls == expected,
+    EXPECT(context, kShutdown, calls == (model.shutdownCallback != kNone ? 1 : 0),
            "a request with no scene objects and %s set called it %lld times",
            SlotName(model.shutdownCallback), static_cast<long long>(calls));
     SawEmptyRegistry(context);
     ++model.triggersEmpty;
   } else {
     EXPECT(context, kShutdown, calls == 0,
-           "a request with %d scene objects registered called the callback at once", count);
+           "a request with %d scene objects registered gave the notice at once", count);
     model.pending = model.shutdownCallback != kNone ? PendingShutdown::kYes : PendingShutdown::kUnknown;
     ++model.triggersWithObjects;
   }
@@ -91,97 +105,109 @@ void RemoveSceneObject(ThreadContext& context, int32_t handle) {
 }
 
 void SawEmptyRegistry(ThreadContext& context) {
-  BridgeModel& model = Model();
-  EXPECT(context, kShutdown, model.pending != PendingShutdown::kYes,
+  EXPECT(context, kShutdown, Model().pending != PendingShutdown::kYes,
          "the registry emptied with a shutdown pending and a callback set, but no notice came");
-  model.pending = PendingShutdown::kNo;
+  Model().pending = PendingShutdown::kNo;
 }
 
-void CheckShutdownGate(ThreadContext& context) {
-  UnderLock(context, false, [&] {
+void CheckShutdownGate(ThreadContext& main) {
+  UnderLock(main, false, [&] {
     BridgeModel& model = Model();
     for (const SharedObject& object : std::vector<SharedObject>(model.sharedObjects))
-      RemoveSceneObject(context, object.handle);
+      RemoveSceneObject(main, object.handle);
     model.sharedObjects.clear();
-    const int32_t count = CALL(context, Scene_Objects_GetCount)();
-    EXPECT(context, kRegistryCount, count == 0, "every object was removed, but the count is %d", count);
-    SawEmptyRegistry(context);
+    const int32_t count = CALL(main, Scene_Objects_GetCount)();
+    EXPECT(main, kRegistryCount, count == 0, "every object was removed, but the count is %d", count);
+    SawEmptyRegistry(main);
 
     // Two records, a request, two removals: one notice, during the second removal.
-    SetShutdownCallback(context, kFirst);
-    CALL(context, Scene_Objects_Add)(kGateHandleBase + 1, "end/1", "end");
-    CALL(context, Scene_Objects_Add)(kGateHandleBase + 2, "end/2", "end");
+    SetShutdownCallback(main, kFirst);
+    CALL(main, Scene_Objects_Add)(990001, "end/1", "end");
+    CALL(main, Scene_Objects_Add)(990002, "end/2", "end");
     const int64_t start = model.shutdownCalls;
     auto expectNotices = [&](int64_t expected, const char* when) {
-      EXPECT(context, kShutdown, model.shutdownCalls - start == expected,
+      EXPECT(main, kShutdown, model.shutdownCalls - start == expected,
              "%s gave %lld notices in all, not %lld", when,
              static_cast<long long>(model.shutdownCalls - start), static_cast<long long>(expected));
     };
-    TriggerShutdown(context);
-    RemoveSceneObject(context, kGateHandleBase + 1);
+    TriggerShutdown(main);
+    RemoveSceneObject(main, 990001);
     expectNotices(0, "removing one of two objects with a shutdown pending");
-    RemoveSceneObject(context, kGateHandleBase + 2);
+    RemoveSceneObject(main, 990002);
     expectNotices(1, "removing the last object with a shutdown pending");
-    RemoveSceneObject(context, kGateHandleBase + 2);  // the flag was cleared: nothing more
+    RemoveSceneObject(main, 990002);  // the flag was cleared: nothing more
     expectNotices(1, "a removal after the notice");
     // With nothing registered, each request notifies at once; with no callback, nothing happens.
-    TriggerShutdown(context);
-    TriggerShutdown(context);
-    SetShutdownCallback(context, kNone);
-    TriggerShutdown(context);
+    TriggerShutdown(main);
+    TriggerShutdown(main);
+    SetShutdownCallback(main, kNone);
+    TriggerShutdown(main);
     expectNotices(3, "two requests on an empty registry and one without a callback");
   });
 }
 
-void AddToShared(ThreadContext& context, const std::string& key, int32_t amount) {
-  int32_t next = amount;
-  if (CALL(context, Map_Contains)(key.c_str())) {
-    next = static_cast<int32_t>(static_cast<uint32_t>(CALL(context, Map_GetValue)(key.c_str())) +
-                                static_cast<uint32_t>(amount));
-    CALL(context, Map_SetValue)(key.c_str(), next);
-  } else {
-    CALL(context, Map_Add)(key.c_str(), next);
-  }
-  Model().sharedMap[key] = next;
-}
-
-void SetShared(ThreadContext& context, const std::string& key, int32_t value) {
+void SetKey(ThreadContext& context, KeyModel& model, const std::string& key, int32_t value) {
   CALL(context, Map_SetValue)(key.c_str(), value);
-  const auto found = Model().sharedMap.find(key);
-  if (found != Model().sharedMap.end()) found->second = value;  // never creates
+  const auto found = model.find(key);
+  if (found != model.end()) found->second = value;
 }
 
-void CheckSharedKey(ThreadContext& context, const std::string& key) {
-  const auto& map = Model().sharedMap;
-  const auto found = map.find(key);
-  const bool present = found != map.end();
+void AddToKey(ThreadContext& context, KeyModel& model, const std::string& key, int32_t amount) {
+  if (CALL(context, Map_Contains)(key.c_str())) {
+    const auto value = static_cast<uint32_t>(CALL(context, Map_GetValue)(key.c_str()));
+    SetKey(context, model, key, static_cast<int32_t>(value + static_cast<uint32_t>(amount)));
+  } else {
+    CALL(context, Map_Add)(key.c_str(), amount);
+    model[key] = amount;
+  }
+}
+
+void CheckKey(ThreadContext& context, Check check, const KeyModel& model, const std::string& key) {
+  const auto found = model.find(key);
+  const bool present = found != model.end();
   const int32_t expected = present ? found->second : 0;
   const bool contains = CALL(context, Map_Contains)(key.c_str());
   const int32_t value = CALL(context, Map_GetValue)(key.c_str());
-  EXPECT(context, kSharedModel, contains == present && value == expected,
-         "shared key \"%s\": expected %s %d, saw %s %d", key.c_str(), present ? "present" : "absent",
-         expected, contains ? "present" : "absent", value);
+  if (contains == present && value == expected) {
+    context.Held(check);
+  } else {
+    context.Failed(
+        check, Printf("key \"%s\": expected %s %d, saw %s %d", key.c_str(), present ? "present" : "absent",
+                      expected, contains ? "present" : "absent", value));
+  }
 }
 
-RegistryLedger::RegistryLedger(int threads) {
-  for (int i = 0; i < threads; ++i)
-    words_.push_back(std::make_unique<std::atomic<uint64_t>>(0));
+void CheckConstants(ThreadContext& context, bool all) {
+  const intptr_t device = CALL(context, GetUnityRenderDevice)();
+  EXPECT(context, kRenderDevice, device == 0, "saw %lld", static_cast<long long>(device));
+  const intptr_t address = CALL(context, UnityRenderEventFunc)();
+  const auto expected = reinterpret_cast<intptr_t>(context.api().UnityRenderEvent);
+  EXPECT(context, kRenderFuncAddress, address == expected, "expected %p, saw %p",
+         reinterpret_cast<void*>(expected), reinterpret_cast<void*>(address));
+  auto expectText = [&](int32_t code, const char* expected) {
+    const char* text = CALL(context, QuorlError_ToString)(code);
+    EXPECT(context, kErrorText, text != nullptr && std::strcmp(text, expected) == 0,
+           "QuorlError_ToString(%d): expected \"%s\", saw \"%s\"", code, expected, text ? text : "(null)");
+  };
+  for (const ErrorText& entry : kErrorTexts) {
+    if (all || context.random().OneIn(6)) expectText(entry.code, entry.text);
+  }
+  expectText(207 + static_cast<int32_t>(context.random().Below(100000)), "");
 }
+
+RegistryLedger::RegistryLedger(int threads)
+    : words_(new std::atomic<uint64_t>[threads]()), threads_(threads) {}
 
 void RegistryLedger::Begin(int thread, int32_t count, int32_t change) {
-  words_[static_cast<size_t>(thread)]->store((static_cast<uint64_t>(static_cast<uint32_t>(count)) << 32) |
-                                             static_cast<uint32_t>(change));
-}
-
-void RegistryLedger::End(int thread, int32_t count) {
-  words_[static_cast<size_t>(thread)]->store(static_cast<uint64_t>(static_cast<uint32_t>(count)) << 32);
+  words_[thread].store((static_cast<uint64_t>(static_cast<uint32_t>(count)) << 32) |
+                       static_cast<uint32_t>(change));
 }
 
 void RegistryLedger::Bounds(int64_t* low, int64_t* high) const {
   *low = 0;
   *high = 0;
-  for (const auto& word : words_) {
-    const uint64_t value = word->load();
+  for (int thread = 0; thread < threads_; ++thread) {
+    const uint64_t value = words_[thread].load();
     const auto count = static_cast<int32_t>(static_cast<uint32_t>(value >> 32));
     const auto change = static_cast<int32_t>(static_cast<uint32_t>(value));
     *low += count + (change < 0 ? change : 0);

@@ -130,4 +130,10 @@ std::string Grouped(int64_t value) {
   return value < 0 ? "-" + digits : digits;
 }
 
+std::string Duration(int64_t ns) {
+  if (ns < 1000000) return Printf("%.1f us", static_cast<double>(ns) / 1e3);
+  if (ns < 1000000000) return Printf("%.2f ms", static_cast<double>(ns) / 1e6);
+  return Printf("%.2f s", static_cast<double>(ns) / 1e9);
+}
+
 }  // namespace quorl::host

@@ -132,6 +132,7 @@ int ReportChecks(const std::vector<const ThreadContext*>& contexts, bool all);
 int64_t NowNs();
 std::string Printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string Grouped(int64_t value);  // 1234567 as "1,234,567"
+std::string Duration(int64_t ns);    // "12.3 us", "4.56 ms" or "7.89 s"
 
 }  // namespace quorl::host
 

@@ -1,4 +1,4 @@
-#include "log_ledger.h"
+#include "bridge_model.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -27,12 +27,12 @@ LogProducer& LogLedger::AddProducer(const std::string& name) {
 
 bool LogLedger::Add(ThreadContext& context, LogProducer& producer, int32_t level, const std::string& text) {
   if (totalAdded_.load(std::memory_order_relaxed) - delivered() > kMaxUndelivered) return false;
-  const int64_t sequence = producer.added_.load(std::memory_order_relaxed) + 1;
-  const std::string body = "[" + producer.name_ + " #" + std::to_string(sequence) + "] " + text;
+  const int64_t sequence = producer.added.load(std::memory_order_relaxed) + 1;
+  const std::string body = "[" + producer.name + " #" + std::to_string(sequence) + "] " + text;
   const std::string entry = body + Printf(" |%08x", Hash(level, body));
   CALL(context, LogBuffer_Add)(level, entry.c_str());
   // Counted after the add, so whoever sees the count finds the entry in the buffer.
-  producer.added_.store(sequence, std::memory_order_release);
+  producer.added.store(sequence, std::memory_order_release);
   totalAdded_.fetch_add(1, std::memory_order_relaxed);
   return true;
 }
@@ -55,14 +55,14 @@ int LogLedger::Poll(ThreadContext& context, int limit, LogProducer* own) {
              "the entry in view changed from \"%s\" when another entry was added", copy.c_str());
     }
     CALL(context, LogBuffer_Pop)();
-    Deliver(context, level, copy);
+    Received(context, level, copy);
     ++taken;
   }
   totalDelivered_.fetch_add(taken, std::memory_order_relaxed);
   return taken;
 }
 
-void LogLedger::Deliver(ThreadContext& context, int32_t level, const std::string& message) {
+void LogLedger::Received(ThreadContext& context, int32_t level, const std::string& message) {
   const std::string body =
       message.size() > kHashLength ? message.substr(0, message.size() - kHashLength) : "";
   const bool whole = !body.empty() && message.compare(body.size(), 2, " |") == 0 &&
@@ -72,7 +72,7 @@ void LogLedger::Deliver(ThreadContext& context, int32_t level, const std::string
   LogProducer* producer = nullptr;
   if (whole && body[0] == '[' && hash != std::string::npos && close != std::string::npos && hash < close) {
     for (LogProducer& candidate : producers_) {
-      if (body.compare(1, hash - 1, candidate.name_) == 0 && candidate.name_.size() == hash - 1) {
+      if (body.compare(1, hash - 1, candidate.name) == 0 && candidate.name.size() == hash - 1) {
         producer = &candidate;
       }
     }
@@ -82,27 +82,22 @@ void LogLedger::Deliver(ThreadContext& context, int32_t level, const std::string
          message.substr(0, 200).c_str());
     return;
   }
-  ++byLevel_[level];
+  warnings_ += level == 2 || level == 3 ? 1 : 0;
   lastMessage_ = body;
   const long long sequence = std::strtoll(body.c_str() + hash + 2, nullptr, 10);
-  EXPECT(context, kLogFifo, sequence == producer->delivered_ + 1, "%s: expected entry #%lld next, saw #%lld",
-         producer->name_.c_str(), static_cast<long long>(producer->delivered_ + 1), sequence);
-  if (sequence > producer->delivered_) producer->delivered_ = sequence;
+  EXPECT(context, kLogFifo, sequence == producer->delivered + 1, "%s: expected entry #%lld next, saw #%lld",
+         producer->name.c_str(), static_cast<long long>(producer->delivered + 1), sequence);
+  if (sequence > producer->delivered) producer->delivered = sequence;
 }
 
 void LogLedger::CheckComplete(ThreadContext& context) {
   for (const LogProducer& producer : producers_) {
-    EXPECT(context, kLogFifo, producer.delivered_ == producer.added(),
-           "%s added %lld entries, the last delivered was #%lld", producer.name_.c_str(),
-           static_cast<long long>(producer.added()), static_cast<long long>(producer.delivered_));
+    EXPECT(context, kLogFifo, producer.delivered == producer.added.load(),
+           "%s added %lld entries, the last delivered was #%lld", producer.name.c_str(),
+           static_cast<long long>(producer.added.load()), static_cast<long long>(producer.delivered));
   }
   EXPECT(context, kLogFifo, CALL(context, LogBuffer_Get)() == nullptr,
          "entries are left after every producer's last one arrived");
-}
-
-int64_t LogLedger::deliveredAtLevel(int32_t level) const {
-  const auto found = byLevel_.find(level);
-  return found == byLevel_.end() ? 0 : found->second;
 }
 
 }  // namespace quorl::host

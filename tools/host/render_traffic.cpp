@@ -223,28 +223,19 @@ size_t RenderTraffic::RenderStep(ThreadContext& context) {
       ++firedOther_;
     }
   }
-  // Ids nobody handed over: below the base, in the table, and far beyond it.
-  const int32_t highest = highestId_.load(std::memory_order_relaxed);
+  // Ids nobody handed over: below the base, in the table (half of them), and far beyond it.
+  const uint32_t table = static_cast<uint32_t>(highestId_.load(std::memory_order_relaxed) - kIdBase + 2);
   for (int i = static_cast<int>(random.Below(3)); i > 0; --i) {
-    int32_t id = 0;
-    switch (random.Below(8)) {
-      case 0:
-        id = kIdBase - 1;
-        break;
-      case 1:
-        id = random.OneIn(2) ? INT_MIN : -1 - static_cast<int32_t>(random.Below(100000));
-        break;
-      case 2:
-        id = static_cast<int32_t>(random.Below(kIdBase));
-        break;
-      case 3:
-        id = random.OneIn(2) ? INT_MAX : kIdBase + slotBound_ + static_cast<int32_t>(random.Below(1 << 20));
-        break;
-      default:
-        id = kIdBase + static_cast<int32_t>(random.Below(static_cast<uint32_t>(highest - kIdBase + 2)));
-        break;
-    }
-    FireId(context, id, random.OneIn(8));
+    const int32_t inTable = kIdBase + static_cast<int32_t>(random.Below(table));
+    const int32_t ids[] = {kIdBase - 1,
+                           INT_MIN,
+                           -1 - static_cast<int32_t>(random.Below(100000)),
+                           INT_MAX,
+                           inTable,
+                           static_cast<int32_t>(random.Below(kIdBase)),
+                           kIdBase + slotBound_ + static_cast<int32_t>(random.Below(1 << 20)),
+                           inTable};
+    FireId(context, random.OneIn(2) ? inTable : random.Pick(ids), random.OneIn(8));
     ++firedOther_;
   }
   return batch.size();

@@ -75,6 +75,9 @@ struct RenderReport {
   int64_t latencyP50 = 0, latencyP99 = 0, latencyMax = 0;  // queue to run, when measured
 };
 
+// Prints the render part of a summary; `framesRendered` when fired frame by frame, else -1.
+void PrintRenderSummary(const RenderReport& report, int64_t framesRendered);
+
 class RenderTraffic {
  public:
   // `producers` rings: one per script thread and one for the render thread's follow-ups (the last).

@@ -1,6 +1,7 @@
 // The end checks of RenderTraffic: with every other thread stopped, the slot table must hold exactly the
 // pending events, hand out its free slots lowest first, and run everything once when fired whole.
 #include <algorithm>
+#include <cstdio>
 
 #include "render_traffic.h"
 
@@ -138,6 +139,32 @@ RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
   report.latencyP99 = Percentile(latencies_, 0.99);
   report.latencyMax = latencies_.empty() ? 0 : latencies_.back();
   return report;
+}
+
+void PrintRenderSummary(const RenderReport& report, int64_t framesRendered) {
+  int64_t queued = 0;
+  std::string shapes;
+  for (int shape = 0; shape < kShapeCount; ++shape) {
+    queued += report.queued[shape];
+    shapes += std::string(shape == 0 ? "" : " | ") + ShapeName(static_cast<Shape>(shape)) + " " +
+              Grouped(report.queued[shape]);
+  }
+  std::printf("Render events     %s queued, %s fired, %s ran: lost %s, ran twice %s, under a wrong id %s\n",
+              Grouped(queued).c_str(), Grouped(report.fired).c_str(), Grouped(report.ran).c_str(),
+              Grouped(report.lost).c_str(), Grouped(report.ranTwice).c_str(),
+              Grouped(report.wrongId).c_str());
+  std::printf(
+      "                  %s\n                  %s follow-ups queued from inside render work (%s got the id "
+      "they ran under)\n",
+      shapes.c_str(), Grouped(report.followUps).c_str(), Grouped(report.followUpsOnOwnId).c_str());
+  std::printf("                  ids 16000..%d (slots are reused as they free up), %s\n", report.highestId,
+              framesRendered >= 0 ? (Grouped(framesRendered) + " frames rendered").c_str()
+                                  : (Grouped(report.firedOther) + " other fires").c_str());
+  std::printf("                  %s pending at the end, %s probes of the free slots\n",
+              Grouped(report.pendingAtEnd).c_str(), Grouped(report.probes).c_str());
+  if (framesRendered < 0) return;
+  std::printf("  latency         queue to run: p50 %s, p99 %s, max %s\n", Duration(report.latencyP50).c_str(),
+              Duration(report.latencyP99).c_str(), Duration(report.latencyMax).c_str());
 }
 
 }  // namespace quorl::host

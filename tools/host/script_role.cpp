@@ -1,4 +1,4 @@
-#include "script_role.h"
+#include "roles.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,7 +20,7 @@ std::string JoinHandles(const std::vector<int32_t>& handles) {
 
 }  // namespace
 
-ScriptRole::ScriptRole(ScriptWorld& world, ThreadContext& context)
+ScriptRole::ScriptRole(World& world, ThreadContext& context)
     : world_(world),
       context_(context),
       index_(context.index()),
@@ -34,7 +34,7 @@ ScriptRole::ScriptRole(ScriptWorld& world, ThreadContext& context)
   }
   keys_.push_back(prefix + "a name long enough to live outside any small-text buffer");
   CALL(context_, Map_Add)(keys_.back().c_str(), 0);
-  map_.emplace(keys_.back(), 0);
+  keyModel_.emplace(keys_.back(), 0);
 }
 
 void ScriptRole::Frame(int frame, const SessionPlan& plan) {
@@ -46,14 +46,15 @@ void ScriptRole::Frame(int frame, const SessionPlan& plan) {
          frame);
 
   EventProducer& producer = world_.traffic.producer(index_);
-  int32_t queued = 0;
+  int32_t count = 0;
   for (int i = plan.eventsPerFrame / 2 + static_cast<int>(random.Below(plan.eventsPerFrame + 1)); i > 0; --i)
-    queued += world_.traffic.Queue(context_, producer) != 0 ? 1 : 0;
+    count += world_.traffic.Queue(context_, producer) != 0 ? 1 : 0;
   world_.traffic.HandOver(producer);
-  queued_ += queued;
+  queued += count;
   // A read followed by a write is only one step for the other threads under Lock and Unlock.
-  UnderLock(context_, false, [&] { AddToShared(context_, "render.queuedByScripts", queued); });
-  SetOwnKey(keys_.back(), static_cast<int32_t>(queued_));
+  UnderLock(context_, false,
+            [&] { AddToKey(context_, Model().sharedKeys, "render.queuedByScripts", count); });
+  SetKey(context_, keyModel_, keys_.back(), static_cast<int32_t>(queued));
 
   if (frame < plan.shutdownFrame) {
     for (size_t i = objects_.size(); i-- > 0;) {
@@ -88,9 +89,9 @@ void ScriptRole::AddObject(int despawnFrame) {
   CALL(context_, Scene_Objects_Add)(object.handle, object.name.c_str(), object.type.c_str());
   objects_.push_back(std::move(object));
   world_.registry.End(index_, static_cast<int32_t>(objects_.size()));
-  ++spawned_;
+  ++spawned;
   if (despawnFrame < 0) return;  // a soak's
-  UnderLock(context_, false, [&] { AddToShared(context_, "scene.spawned", 1); });
+  UnderLock(context_, false, [&] { AddToKey(context_, Model().sharedKeys, "scene.spawned", 1); });
   if (names_ % 4 == 0) world_.log.Add(context_, log_, 0, "spawned " + objects_.back().name);
 }
 
@@ -102,7 +103,7 @@ void ScriptRole::RemoveObject(ThreadContext& context, int32_t handle) {
   // Every record with the handle goes; the survivors keep their order.
   objects_.erase(std::remove_if(objects_.begin(), objects_.end(), matches), objects_.end());
   world_.registry.End(index_, static_cast<int32_t>(objects_.size()));
-  removed_ += removed;
+  this->removed += removed;
 }
 
 void ScriptRole::RemoveAll(ThreadContext& context) {
@@ -140,10 +141,10 @@ bool ScriptRole::CheckBuffer(int32_t handle, bool type, size_t size) {
 // Reads the name and type the way a careful host does: a small buffer first, and a larger one while the
 // answer says the text was cut; then finds the object by its name.
 void ScriptRole::Inspect(const Object& object) {
-  ++lookups_;
+  ++lookups;
   for (const bool type : {false, true}) {
     for (size_t size = 8; !CheckBuffer(object.handle, type, size) && size < 4096; size *= 2)
-      ++retries_;
+      ++retries;
   }
   const int32_t found = CALL(context_, Scene_Objects_GetHandleFromName)(object.name.c_str());
   EXPECT(context_, kRegistryModel, found == object.handle,
@@ -187,30 +188,14 @@ void ScriptRole::WalkRegistry(ThreadContext& context) {
          "with %d records, index %d gave %d and index -1 gave %d", count, count, past, before);
 }
 
-void ScriptRole::CheckMapKey(ThreadContext& context, const std::string& key) {
-  const auto found = map_.find(key);
-  const bool contains = CALL(context, Map_Contains)(key.c_str());
-  const int32_t value = CALL(context, Map_GetValue)(key.c_str());
-  const bool present = found != map_.end();
-  EXPECT(context, kMapModel, contains == present && value == (present ? found->second : 0),
-         "key \"%s\": expected %s %d, saw %s %d", key.c_str(), present ? "present" : "absent",
-         present ? found->second : 0, contains ? "present" : "absent", value);
-}
-
-void ScriptRole::SetOwnKey(const std::string& key, int32_t value) {
-  CALL(context_, Map_SetValue)(key.c_str(), value);
-  const auto found = map_.find(key);
-  if (found != map_.end()) found->second = value;  // never creates
-}
-
 void ScriptRole::CheckEnd(ThreadContext& main) {
   UnderLock(main, false, [&] {
     WalkRegistry(main);
     for (const std::string& key : keys_)
-      CheckMapKey(main, key);
+      CheckKey(main, Check::kMapModel, keyModel_, key);
     if (index_ > 0) return;
     for (const char* key : kSharedKeys)
-      CheckSharedKey(main, key);
+      CheckKey(main, Check::kSharedModel, Model().sharedKeys, key);
   });
 }
 

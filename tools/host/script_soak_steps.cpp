@@ -1,32 +1,14 @@
 // The soak's mix of a script thread: every step is one random call or transaction, checked against the
 // thread's own model, or against the shared model while Lock is held.
 #include <algorithm>
-#include <climits>
 #include <cstring>
 #include <stdexcept>
 
-#include "asset_relay.h"
-#include "script_role.h"
+#include "roles.h"
 
 namespace quorl::host {
 
 namespace {
-
-struct ErrorText {
-  int32_t code;
-  const char* text;
-};
-const ErrorText kErrorTexts[] = {
-    {0, "Success"},
-    {1, "Unknown Error"},
-    {200, "Failed to download manifest from remote server or find cached copy"},
-    {201, "Failed to parse manifest"},
-    {202, "Failed to download representation from remote server or find cached copy"},
-    {203, "Failed to load representation for playback"},
-    {204, "Failed to find a valid decoder for the loaded representation"},
-    {205, "Cached copy not valid for offline playback"},
-};
-const int32_t kUnknownCodes[] = {-1, 2, 199, 206, INT_MIN, INT_MAX, 16000};
 
 template <typename Call>
 void ExpectNullTextError(ThreadContext& context, const char* what, Call&& call) {
@@ -47,11 +29,22 @@ void ExpectNullTextError(ThreadContext& context, const char* what, Call&& call) 
 void ScriptRole::Step() {
   Random& random = context_.random();
   const bool owner = index_ == 0;
-  if (owner && (++steps_ & ((int64_t{1} << 21) - 1)) == 0) Register();
+  if (owner && (++steps_ & ((int64_t{1} << 21) - 1)) == 0) {
+    // Only this thread registers after the main thread's first call, as the library requires; rarely, as
+    // each call writes the banner. With a null text the banner is out and the numbers kept first.
+    const int32_t first = random.AnyInt();
+    if (random.OneIn(4)) {
+      ExpectNullTextError(context_, "RegisterUnityPlugin", [&] {
+        CALL(context_, RegisterUnityPlugin)(first, 2, 3, nullptr);
+      });
+    } else {
+      CALL(context_, RegisterUnityPlugin)(first, 2, 3, "quorl-host");
+    }
+  }
   const uint32_t choice = random.Below(100);
   if (choice < 25) {
     EventProducer& producer = world_.traffic.producer(index_);
-    queued_ += world_.traffic.Queue(context_, producer) != 0 ? 1 : 0;
+    queued += world_.traffic.Queue(context_, producer) != 0 ? 1 : 0;
     world_.traffic.HandOver(producer, &random);
   } else if (choice < 45 || choice >= 92 || (choice >= 89 && !owner)) {
     SceneStep();
@@ -64,11 +57,13 @@ void ScriptRole::Step() {
   } else if (choice < 80) {
     Transaction();
   } else if (choice < 88) {
-    ConstantsStep();
+    CheckConstants(context_, false);
   } else if (choice < 89) {
     if (random.OneIn(8)) NullTexts();
+  } else if (random.Below(7) < 2) {
+    UnderLock(context_, false, [&] { SetShutdownCallback(context_, static_cast<Slot>(random.Below(3))); });
   } else {
-    ShutdownStep();
+    UnderLock(context_, random.OneIn(2), [&] { TriggerShutdown(context_); });
   }
 }
 
@@ -103,7 +98,7 @@ void ScriptRole::SceneStep() {
     case 1:
     case 2:
       if (emptyPhase_ && !objects_.empty()) RemoveObject(context_, objects_.front().handle);
-      if (!emptyPhase_ && objects_.size() < kMaxObjects) AddObject(-1);
+      if (!emptyPhase_ && objects_.size() < 10) AddObject(-1);
       break;
     case 3:
     case 4:
@@ -136,7 +131,8 @@ void ScriptRole::SceneStep() {
       const int32_t handle = CALL(context_, Scene_Objects_GetHandleAtIndex)(index);
       const bool plausible =
           handle == 0 || (handle > kSharedHandleBase && handle <= kSharedHandleBase + kSharedHandles) ||
-          (handle > 1000 && handle <= (world_.scripts + 1) * 1000 && handle % 1000 <= kHandles);
+          (handle > 1000 && handle <= static_cast<int32_t>(world_.scripts.size() + 1) * 1000 &&
+           handle % 1000 <= kHandles);
       EXPECT(context_, kRegistryModel, plausible && (!negative || handle == 0),
              "Scene_Objects_GetHandleAtIndex(%d) gave %d, which no thread added", index, handle);
       break;
@@ -151,48 +147,47 @@ void ScriptRole::MapStep() {
   switch (random.Below(5)) {
     case 0:
       CALL(context_, Map_Add)(key.c_str(), value);
-      map_.emplace(key, value);  // never overwrites
+      keyModel_.emplace(key, value);  // never overwrites
       break;
     case 1:
-      SetOwnKey(key, value);
+      SetKey(context_, keyModel_, key, value);  // never creates
       break;
     case 2:
       CALL(context_, Map_Remove)(key.c_str());
-      map_.erase(key);
+      keyModel_.erase(key);
       break;
     default:
-      CheckMapKey(context_, key);
+      CheckKey(context_, Check::kMapModel, keyModel_, key);
       break;
   }
 }
 
-void ScriptRole::SharedMapStep() {
+// Under Lock: a change of a shared key, or the addition or removal of a shared object.
+void ScriptRole::SharedStep(bool object) {
   Random& random = context_.random();
-  const std::string key = random.Pick(kSharedKeys);
-  const int32_t value = random.AnyInt();
-  switch (random.Below(4)) {
-    case 0:
-      CALL(context_, Map_Add)(key.c_str(), value);
-      Model().sharedMap.emplace(key, value);
-      break;
-    case 1:
-      SetShared(context_, key, value);
-      break;
-    case 2:
-      CALL(context_, Map_Remove)(key.c_str());
-      Model().sharedMap.erase(key);
-      break;
-    default:
-      AddToShared(context_, key, 1);  // a test followed by an update, one step because Lock is held
-      break;
-  }
-  CheckSharedKey(context_, key);
-}
-
-void ScriptRole::SharedObjectStep() {
-  Random& random = context_.random();
+  KeyModel& keys = Model().sharedKeys;
   std::vector<SharedObject>& objects = Model().sharedObjects;
-  if (objects.size() < 3 && random.OneIn(2)) {
+  if (!object) {
+    const std::string key = random.Pick(kSharedKeys);
+    const int32_t value = random.AnyInt();
+    switch (random.Below(4)) {
+      case 0:
+        CALL(context_, Map_Add)(key.c_str(), value);
+        keys.emplace(key, value);
+        break;
+      case 1:
+        SetKey(context_, keys, key, value);
+        break;
+      case 2:
+        CALL(context_, Map_Remove)(key.c_str());
+        keys.erase(key);
+        break;
+      default:
+        AddToKey(context_, keys, key, 1);  // a test followed by an update, one step because Lock is held
+        break;
+    }
+    CheckKey(context_, Check::kSharedModel, keys, key);
+  } else if (objects.size() < 3 && random.OneIn(2)) {
     const int32_t handle = kSharedHandleBase + 1 + static_cast<int32_t>(random.Below(kSharedHandles));
     const std::string name = "shared/t" + std::to_string(index_) + "/" + std::to_string(++names_);
     CALL(context_, Scene_Objects_Add)(handle, name.c_str(), "shared");
@@ -218,10 +213,10 @@ void ScriptRole::Transaction() {
     case 2:
       return UnderLock(context_, nested, [&] { WalkRegistry(context_); });
     case 3:
-      return UnderLock(context_, nested, [&] { SharedMapStep(); });
+      return UnderLock(context_, nested, [&] { SharedStep(false); });
     case 4:
       return UnderLock(context_, nested, [&] {
-        SharedObjectStep();
+        SharedStep(true);
         if (random.OneIn(2)) WalkRegistry(context_);
       });
     case 5:
@@ -231,14 +226,8 @@ void ScriptRole::Transaction() {
     case 7:
       return UnderLock(context_, nested, [&] {
         const std::string& key = keys_[random.Below(static_cast<uint32_t>(keys_.size()))];
-        if (CALL(context_, Map_Contains)(key.c_str())) {
-          SetOwnKey(key, static_cast<int32_t>(
-                             static_cast<uint32_t>(CALL(context_, Map_GetValue)(key.c_str())) + 1));
-        } else {
-          CALL(context_, Map_Add)(key.c_str(), 1);
-          map_[key] = 1;
-        }
-        CheckMapKey(context_, key);
+        AddToKey(context_, keyModel_, key, 1);
+        CheckKey(context_, Check::kMapModel, keyModel_, key);
       });
     case 8:
       return UnderLock(context_, false, [&] {
@@ -291,54 +280,6 @@ void ScriptRole::NullTexts() {
         });
     }
   });
-}
-
-void ScriptRole::ConstantsStep() {
-  Random& random = context_.random();
-  if (random.OneIn(3)) {
-    const intptr_t device = CALL(context_, GetUnityRenderDevice)();
-    EXPECT(context_, kRenderDevice, device == 0, "saw %lld", static_cast<long long>(device));
-  } else if (random.OneIn(2)) {
-    const intptr_t address = CALL(context_, UnityRenderEventFunc)();
-    const auto expected = reinterpret_cast<intptr_t>(context_.api().UnityRenderEvent);
-    EXPECT(context_, kRenderFuncAddress, address == expected, "expected %p, saw %p",
-           reinterpret_cast<void*>(expected), reinterpret_cast<void*>(address));
-  } else {
-    const bool known = random.OneIn(2);
-    const ErrorText& entry = random.Pick(kErrorTexts);
-    const int32_t code = known             ? entry.code
-                         : random.OneIn(2) ? random.Pick(kUnknownCodes)
-                                           : 206 + static_cast<int32_t>(random.Below(100000));
-    const char* expected = known ? entry.text : "";
-    const char* seen = CALL(context_, QuorlError_ToString)(code);
-    EXPECT(context_, kErrorText, seen != nullptr && std::strcmp(seen, expected) == 0,
-           "QuorlError_ToString(%d): expected \"%s\", saw \"%s\"", code, expected,
-           seen != nullptr ? seen : "(null)");
-  }
-}
-
-void ScriptRole::ShutdownStep() {
-  Random& random = context_.random();
-  if (random.Below(7) < 2) {
-    UnderLock(context_, false, [&] { SetShutdownCallback(context_, static_cast<Slot>(random.Below(3))); });
-  } else {
-    UnderLock(context_, random.OneIn(2), [&] { TriggerShutdown(context_); });
-  }
-}
-
-void ScriptRole::Register() {
-  // Only this thread registers after the main thread's first call, as the library requires. Rarely: each
-  // call writes the banner.
-  Random& random = context_.random();
-  const int32_t first = random.AnyInt();
-  if (random.OneIn(4)) {
-    // The banner is out and the numbers are kept before the text is found null.
-    ExpectNullTextError(context_, "RegisterUnityPlugin", [&] {
-      CALL(context_, RegisterUnityPlugin)(first, 2, 3, nullptr);
-    });
-  } else {
-    CALL(context_, RegisterUnityPlugin)(first, 2, 3, "quorl-host");
-  }
 }
 
 }  // namespace quorl::host

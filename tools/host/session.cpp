@@ -1,79 +1,44 @@
 #include "session.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <chrono>
 #include <climits>
-#include <condition_variable>
 #include <cstdio>
-#include <memory>
-#include <mutex>
 #include <thread>
-#include <vector>
 
-#include "playback_role.h"
-#include "script_role.h"
+#include "roles.h"
 
 namespace quorl::host {
 
 namespace {
 
-std::string Duration(int64_t ns) {
-  if (ns < 1000000) return Printf("%.1f us", static_cast<double>(ns) / 1e3);
-  if (ns < 1000000000) return Printf("%.2f ms", static_cast<double>(ns) / 1e6);
-  return Printf("%.2f s", static_cast<double>(ns) / 1e9);
-}
-
-// Frames are opened by the main thread and worked by a fixed set of participants; the main thread waits
-// until all of them are done before it opens the next.
+// The main thread runs each frame with every participant and waits until all of them are done.
 class FrameGate {
  public:
-  explicit FrameGate(int participants) : participants_(participants) {}
-  void Open(int frame) {
-    std::lock_guard<std::mutex> guard(mutex_);
+  explicit FrameGate(int participants) { pthread_barrier_init(&barrier_, nullptr, participants + 1); }
+  ~FrameGate() { pthread_barrier_destroy(&barrier_); }
+  // Main thread: runs `frame`, or with -1 lets the participants go.
+  void Run(int frame) {
     frame_ = frame;
-    pending_ = participants_;
-    changed_.notify_all();
+    pthread_barrier_wait(&barrier_);
+    if (frame >= 0) pthread_barrier_wait(&barrier_);
   }
-  void WaitAllDone() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [this] { return pending_ == 0; });
+  // A participant: the next frame to work, -1 when it is time to go; then Done once it is worked.
+  int Next() {
+    pthread_barrier_wait(&barrier_);
+    return frame_;
   }
-  void Stop() {
-    std::lock_guard<std::mutex> guard(mutex_);
-    stopped_ = true;
-    changed_.notify_all();
-  }
-  // A participant's wait for the frame after `last`; -1 once stopped.
-  int WaitNext(int last) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait(lock, [&] { return stopped_ || frame_ > last; });
-    return frame_ > last ? frame_ : -1;
-  }
-  void Done() {
-    std::lock_guard<std::mutex> guard(mutex_);
-    if (--pending_ == 0) changed_.notify_all();
-  }
+  void Done() { pthread_barrier_wait(&barrier_); }
 
  private:
-  const int participants_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
+  pthread_barrier_t barrier_;
   int frame_ = -1;
-  int pending_ = 0;
-  bool stopped_ = false;
 };
 
 void StartupChecks(ThreadContext& main) {
-  const intptr_t device = CALL(main, GetUnityRenderDevice)();
-  EXPECT(main, kRenderDevice, device == 0, "saw %lld", static_cast<long long>(device));
-  for (const int32_t code : {0, 204, 206}) {
-    const char* text = CALL(main, QuorlError_ToString)(code);
-    const char* expected = code == 0     ? "Success"
-                           : code == 204 ? "Failed to find a valid decoder for the loaded representation"
-                                         : "";
-    EXPECT(main, kErrorText, text != nullptr && std::string(text) == expected, "code %d gave \"%s\"", code,
-           text != nullptr ? text : "(null)");
-  }
+  CheckConstants(main, true);
   // Add never overwrites and SetValue never creates: the engine's frame counter relies on both.
   CALL(main, Map_Add)("engine.frame", 0);
   CALL(main, Map_Add)("engine.frame", 99);
@@ -84,16 +49,15 @@ void StartupChecks(ThreadContext& main) {
   EXPECT(main, kMapModel, frame == 0 && !created,
          "a second Add left engine.frame at %d; SetValue %s engine.notAdded", frame,
          created ? "created" : "did not create");
-  Model().sharedMap["engine.frame"] = 0;
+  Model().sharedKeys["engine.frame"] = 0;
 }
 
 }  // namespace
 
 bool RunSession(const BridgeApi& api, const SessionOptions& options) {
   const int frames = options.frames;
-  const SessionPlan plan{frames, std::max(1, frames * 3 / 5), options.eventsPerFrame};
-  const int hostCallbacksFrom = frames / 3;
-  const int hostCallbacksUntil = 2 * frames / 3;
+  const SessionPlan plan{frames, options.eventsPerFrame, std::max(1, frames * 3 / 5), frames / 3,
+                         2 * frames / 3};
   std::printf(
       "quorl-host: %d frames, %d script threads, %d render events per thread and frame, seed %u, %s\n",
       frames, options.scriptThreads, options.eventsPerFrame, options.seed,
@@ -101,7 +65,8 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
   std::fflush(stdout);
 
   // Start-up as the engine does it: the plug-in registers and announces itself.
-  ThreadContext main(api, Role::kMain, 0, options.seed);
+  World world(api, options.scriptThreads, options.seed, &plan);
+  ThreadContext& main = world.main;
   SetCurrentContext(&main);
   CALL(main, RegisterUnityPlugin)(2022, 3, 0, "quorl-host");
   std::fflush(stdout);
@@ -109,51 +74,31 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
   StartupChecks(main);
   UnderLock(main, false, [&] { SetShutdownCallback(main, kFirst); });
 
-  ScriptWorld world(options.scriptThreads, true);
-  std::vector<std::unique_ptr<ThreadContext>> contexts;
-  for (int i = 0; i < options.scriptThreads + 2; ++i) {
-    const Role role = i < options.scriptThreads    ? Role::kScript
-                      : i == options.scriptThreads ? Role::kPlayback
-                                                   : Role::kRender;
-    contexts.push_back(
-        std::make_unique<ThreadContext>(api, role, i, options.seed * 7919u + static_cast<uint32_t>(i)));
-  }
-  std::vector<std::unique_ptr<ScriptRole>> scripts;
-  for (int i = 0; i < options.scriptThreads; ++i)
-    scripts.push_back(std::make_unique<ScriptRole>(world, *contexts[static_cast<size_t>(i)]));
-  ThreadContext& playbackContext = *contexts[static_cast<size_t>(options.scriptThreads)];
-  ThreadContext& renderContext = *contexts.back();
-  PlaybackRole playback(playbackContext, world.log, frames);
-
-  // Every thread works each frame the main thread opens; the render thread fires what the frame before
-  // handed over, as an engine renders one frame behind its main loop.
+  // The render thread fires what the frame before handed over, as an engine renders a frame behind.
   FrameGate gate(options.scriptThreads + 2);
   std::vector<HandedEvent> toRender;  // written by the main thread between frames
   int64_t framesRendered = 0;
   std::vector<std::thread> threads;
-  for (auto& script : scripts) {
+  for (auto& script : world.scripts) {
     threads.emplace_back([&gate, &script, &plan] {
-      for (int frame = gate.WaitNext(-1); frame >= 0; frame = gate.WaitNext(frame)) {
+      for (int frame; (frame = gate.Next()) >= 0; gate.Done())
         script->Frame(frame, plan);
-        gate.Done();
-      }
     });
   }
   threads.emplace_back([&] {
-    SetCurrentContext(&playbackContext);
-    for (int frame = gate.WaitNext(-1); frame >= 0; frame = gate.WaitNext(frame)) {
-      playbackContext.frame = frame;
-      playback.Frame(frame, frame < hostCallbacksFrom ? 0 : frame < hostCallbacksUntil ? 1 : 2);
-      gate.Done();
-    }
-    playback.Drain();
+    SetCurrentContext(&world.playbackContext());
+    for (int frame; (frame = gate.Next()) >= 0; gate.Done())
+      world.playback->Frame(world.playbackContext().frame = frame);
+    world.playback->Drain();
   });
   threads.emplace_back([&] {
-    SetCurrentContext(&renderContext);
-    world.traffic.StartFiring(renderContext);
-    for (int frame = gate.WaitNext(-1);; frame = gate.WaitNext(frame)) {
+    ThreadContext& render = world.renderContext();
+    SetCurrentContext(&render);
+    world.traffic.StartFiring(render);
+    for (;;) {
+      const int frame = gate.Next();
       for (const HandedEvent& event : toRender)
-        world.traffic.Fire(renderContext, event);
+        world.traffic.Fire(render, event);
       framesRendered += toRender.empty() ? 0 : 1;
       if (frame < 0) break;
       gate.Done();
@@ -161,7 +106,7 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
     // The follow-ups that the last frame's render work queued.
     for (auto rest = world.traffic.TakeHandedOver(); !rest.empty(); rest = world.traffic.TakeHandedOver()) {
       for (const HandedEvent& event : rest)
-        world.traffic.Fire(renderContext, event);
+        world.traffic.Fire(render, event);
     }
   });
 
@@ -176,9 +121,9 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
   for (int frame = 0; frame < frames; ++frame) {
     main.frame = frame;
     UnderLock(main, false, [&] {
-      if (frame == hostCallbacksFrom || frame == hostCallbacksUntil) {
+      if (frame == plan.hostCallbacksFrom || frame == plan.hostCallbacksUntil) {
         for (const RelayKind kind : {kInitialised, kSelect, kData})
-          SetRelayCallback(main, kind, frame == hostCallbacksFrom ? kFirst : kNone);
+          SetRelayCallback(main, kind, frame == plan.hostCallbacksFrom ? kFirst : kNone);
       }
       if (frame == plan.shutdownFrame) {
         // Requested while objects exist: it must wait for the last of them to go.
@@ -186,122 +131,93 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
         requestedNs = NowNs();
         TriggerShutdown(main);
       }
-      SetShared(main, "engine.frame", frame);
+      SetKey(main, model.sharedKeys, "engine.frame", frame);
     });
-    gate.Open(frame);
-    gate.WaitAllDone();
+    gate.Run(frame);
     peakObjects = std::max(peakObjects, static_cast<int>(CALL(main, Scene_Objects_GetCount)()));
     toRender = world.traffic.TakeHandedOver();
     UnderLock(main, false, [&] { world.log.Poll(main, INT_MAX, nullptr); });
     if (options.progress && (frame + 1 == frames || NowNs() - progressNs > 50000000)) {
       progressNs = NowNs();
       int64_t queued = 0;
-      for (const auto& script : scripts)
-        queued += script->queued();
+      for (const auto& script : world.scripts)
+        queued += script->queued;
       std::fprintf(stderr,
                    "\r\033[2K  frame %d/%d   events %s queued, %s ran   objects %d   log %s   shutdown %s",
                    frame + 1, frames, Grouped(queued).c_str(), Grouped(world.traffic.ran()).c_str(),
                    CALL(main, Scene_Objects_GetCount)(), Grouped(world.log.delivered()).c_str(),
-                   frame < plan.shutdownFrame         ? "not requested"
-                   : model.shutdownCallsInRemove == 0 ? "pending"
-                                                      : "done");
+                   frame < plan.shutdownFrame ? "not requested"
+                   : model.callsInRemove == 0 ? "pending"
+                                              : "done");
       std::fflush(stderr);
     }
     if (period.count() > 0) std::this_thread::sleep_until(firstFrame + period * (frame + 1));
   }
-  gate.Stop();
+  gate.Run(-1);
   for (std::thread& thread : threads)
     thread.join();
   if (options.progress) std::fprintf(stderr, "\r\033[2K");
   const int64_t sessionNs = NowNs() - startNs;
 
-  // Accounting, now that every thread has stopped.
-  const RenderReport render = world.traffic.Finish(main, true);
-  playback.Finish(main);
-  UnderLock(main, false, [&] {
-    world.log.Poll(main, INT_MAX, nullptr);
-    world.log.CheckComplete(main);
-  });
+  // The session's own end checks, then those of every run.
   int64_t spawned = 0, removed = 0, lookups = 0, retries = 0;
-  for (const auto& script : scripts) {
-    script->CheckEnd(main);
-    spawned += script->spawned();
-    removed += script->removed();
-    lookups += script->lookups();
-    retries += script->retries();
+  for (const auto& script : world.scripts) {
+    spawned += script->spawned;
+    removed += script->removed;
+    lookups += script->lookups;
+    retries += script->retries;
   }
   bool noticeAtOnce = false;
   UnderLock(main, false, [&] {
     for (const char* key : {"render.queuedByScripts", "scene.spawned", "engine.frame"})
-      CheckSharedKey(main, key);
+      CheckKey(main, Check::kSharedModel, model.sharedKeys, key);
     const int32_t remaining = CALL(main, Scene_Objects_GetCount)();
     EXPECT(main, kShutdown,
-           model.shutdownCallsInRemove == 1 && model.shutdownCallsInTrigger == 0 && remaining == 0 &&
+           model.callsInRemove == 1 && model.callsInTrigger == 0 && remaining == 0 &&
                model.removalNoticeFrame >= plan.shutdownFrame && spawned == removed,
            "%lld notices on removal, %lld on request, %d objects left",
-           static_cast<long long>(model.shutdownCallsInRemove),
-           static_cast<long long>(model.shutdownCallsInTrigger), remaining);
+           static_cast<long long>(model.callsInRemove), static_cast<long long>(model.callsInTrigger),
+           remaining);
     // A second request on the empty registry is carried out at once.
     const int64_t before = model.shutdownCalls;
     TriggerShutdown(main);
     noticeAtOnce = model.shutdownCalls == before + 1;
   });
-  const BridgeModel notice = model;
-  CheckShutdownGate(main);
-  std::vector<const ThreadContext*> all{&main};
-  for (const auto& c : contexts)
-    all.push_back(c.get());
-  CheckCoverage(main, all);
+  const int noticeFrame = model.removalNoticeFrame;
+  const int64_t noticeNs = model.removalNoticeNs;
+  const std::string noticeOn = model.removalNoticeOn;
+  const int32_t queuedByScripts = CALL(main, Map_GetValue)("render.queuedByScripts");
+  const int32_t spawnedByScripts = CALL(main, Map_GetValue)("scene.spawned");
+  const RenderReport render = world.Finish(true);
 
   // The summary.
   std::printf("\nquorl-host: %s frames in %s\n\n", Grouped(frames).c_str(), Duration(sessionNs).c_str());
-  int64_t queuedAll = 0;
-  for (int64_t count : render.queued)
-    queuedAll += count;
-  std::printf(
-      "Render events     %s queued, %s fired, %s ran: lost %s, ran twice %s, under a wrong id %s\n           "
-      "       ",
-      Grouped(queuedAll).c_str(), Grouped(render.fired).c_str(), Grouped(render.ran).c_str(),
-      Grouped(render.lost).c_str(), Grouped(render.ranTwice).c_str(), Grouped(render.wrongId).c_str());
-  for (int shape = 0; shape < kShapeCount; ++shape)
-    std::printf("%s%s %s", shape == 0 ? "" : " | ", ShapeName(static_cast<Shape>(shape)),
-                Grouped(render.queued[shape]).c_str());
-  // Reusing the running id needs every lower slot pending, which a session rarely arranges.
-  std::printf(
-      "\n                  %s follow-ups queued from inside render work (%s got the id they ran under)\n",
-      Grouped(render.followUps).c_str(), Grouped(render.followUpsOnOwnId).c_str());
-  std::printf("                  ids 16000..%d (slots are reused as they free up), %s frames rendered\n",
-              render.highestId, Grouped(framesRendered).c_str());
-  std::printf("  latency         queue to run: p50 %s, p99 %s, max %s\n", Duration(render.latencyP50).c_str(),
-              Duration(render.latencyP99).c_str(), Duration(render.latencyMax).c_str());
+  PrintRenderSummary(render, framesRendered);
   std::printf(
       "Scene objects     %s added, %s removed, at most %d at once\n"
       "                  %s look-ups by handle and name; %s retries with a larger buffer after a cut text\n",
       Grouped(spawned).c_str(), Grouped(removed).c_str(), peakObjects, Grouped(lookups).c_str(),
       Grouped(retries).c_str());
   std::printf("Shutdown          requested at frame %d with %d objects; ", plan.shutdownFrame, liveAtRequest);
-  if (notice.removalNoticeFrame >= 0) {
+  if (noticeFrame >= 0) {
     std::printf("notice at frame %d, %s later,\n                  on %s as it removed the last object\n",
-                notice.removalNoticeFrame, Duration(notice.removalNoticeNs - requestedNs).c_str(),
-                notice.removalNoticeOn.c_str());
+                noticeFrame, Duration(noticeNs - requestedNs).c_str(), noticeOn.c_str());
   } else {
     std::printf("no notice came\n");
   }
   std::printf("                  requested again on the empty registry: %s\n",
               noticeAtOnce ? "notice at once" : "no notice");
-  playback.PrintSummary();
+  world.playback->PrintSummary();
   std::printf(
       "Named integers    render.queuedByScripts %s, scene.spawned %s\n"
       "                  playback.assetsReady %d, host.assetsInitialised %d\n",
-      Grouped(CALL(main, Map_GetValue)("render.queuedByScripts")).c_str(),
-      Grouped(CALL(main, Map_GetValue)("scene.spawned")).c_str(),
+      Grouped(queuedByScripts).c_str(), Grouped(spawnedByScripts).c_str(),
       CALL(main, Map_GetValue)("playback.assetsReady"), CALL(main, Map_GetValue)("host.assetsInitialised"));
   std::printf("Log buffer        %s entries polled frame by frame, %s of them warnings or errors\n",
-              Grouped(world.log.delivered()).c_str(),
-              Grouped(world.log.deliveredAtLevel(2) + world.log.deliveredAtLevel(3)).c_str());
+              Grouped(world.log.delivered()).c_str(), Grouped(world.log.warnings()).c_str());
   if (!world.log.lastMessage().empty())
     std::printf("                  last: %s\n", world.log.lastMessage().c_str());
-  return ReportChecks(all, false) == 0;
+  return ReportChecks(world.All(), false) == 0;
 }
 
 }  // namespace quorl::host

@@ -1,0 +1,161 @@
+// The roles of quorl-host's threads, and the World they share. One role class per kind of thread, each
+// playing either a session (a frame at a time) or a soak (a random step at a time):
+//
+// ScriptRole, a game-script thread. It queues render work, keeps scene objects and map keys of its own
+// (so its model of them is exact) and log entries it numbers, and changes the keys and objects that all
+// scripts share under Lock. In a session, each frame it reads the frame the engine published, queues and
+// hands over its render work, spawns and despawns objects, reads one back through a small buffer first
+// and a larger one while the text was cut, and now and then walks the registry; once the shutdown is
+// requested it tears its objects down. In a soak it calls the surface in a random mix instead:
+// transactions under nested Lock over the shared keys and objects, the relay's callbacks, the constants,
+// the null-text failures; script 0 also owns the shutdown gate and RegisterUnityPlugin.
+//
+// PlaybackRole, the playback library's thread. It streams assets through the StaticHandler_* exports:
+// each is initialised, its representations are offered for selection, and the chosen one's data arrives
+// in chunks. A session runs in three phases: the built-in policy decides, then the host's callbacks, then
+// the policy again with the key as it stood. In a soak other threads change the callbacks meanwhile, the
+// calls go under Lock or not, and the arguments vary down to the float's bits.
+//
+// Threads: each role runs on its own thread; CheckEnd, RemoveAll (in a soak), Finish and the summaries
+// run on the main thread once every other thread has stopped. The World is built and finished there too.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bridge_model.h"
+#include "render_traffic.h"
+
+namespace quorl::host {
+
+// The keys and scene objects that the scripts of a soak share; names that differ only in case differ.
+inline constexpr const char* kSharedKeys[] = {
+    "shared/0", "shared/1", "shared/2",
+    "Shared/2", "",         "shared/a key longer than any small-text buffer of a string class"};
+inline constexpr int32_t kSharedHandleBase = 900000;
+inline constexpr int32_t kSharedHandles = 8;
+
+struct SessionPlan {
+  int frames = 0;
+  int eventsPerFrame = 0;
+  int shutdownFrame = 0;
+  int hostCallbacksFrom = 0;  // the host's callbacks are set over [from, until)
+  int hostCallbacksUntil = 0;
+};
+struct World;
+
+class ScriptRole {
+ public:
+  ScriptRole(World& world, ThreadContext& context);
+  void Frame(int frame, const SessionPlan& plan);
+  void Step();
+  // Main thread: the registry and the map still hold exactly what this thread's model says.
+  void CheckEnd(ThreadContext& main);
+  void RemoveAll(ThreadContext& context);
+
+  ThreadContext& context() const { return context_; }
+  int64_t queued = 0, spawned = 0, removed = 0, lookups = 0, retries = 0;
+
+ private:
+  struct Object {
+    int32_t handle;
+    std::string name, type;
+    int despawnFrame;  // -1 in a soak
+  };
+  void AddObject(int despawnFrame);
+  void RemoveObject(ThreadContext& context, int32_t handle);
+  const Object* FirstWithHandle(int32_t handle) const;
+  // Reads the name or type of `handle` into a `size`-byte buffer with guards around it, checks every byte
+  // against the model, and returns what the library answered.
+  bool CheckBuffer(int32_t handle, bool type, size_t size);
+  void CheckAnyBuffer(int32_t handle);  // into a buffer of a size around the text's length
+  void Inspect(const Object& object);
+  void WalkRegistry(ThreadContext& context);  // under Lock
+  void SceneStep();
+  void MapStep();
+  void Transaction();
+  void SharedStep(bool object);
+  void NullTexts();
+
+  World& world_;
+  ThreadContext& context_;
+  const int index_;
+  const int32_t handleBase_;  // own handles are handleBase_ + 1 ... + kHandles
+  LogProducer& log_;
+  std::vector<Object> objects_;  // own records, in order of insertion
+  int64_t names_ = 0, steps_ = 0;
+  bool emptyPhase_ = false;
+  int phaseLeft_ = 0;
+  std::vector<std::string> keys_;
+  KeyModel keyModel_;
+  static constexpr int32_t kHandles = 12;
+};
+
+class PlaybackRole {
+ public:
+  PlaybackRole(ThreadContext& context, LogLedger& log, const SessionPlan* session);  // null: a soak
+  void Frame(int frame);
+  void Step();
+  void Drain();  // after the last frame or step: lets the assets still streaming finish
+  void Finish(ThreadContext& main);
+  void PrintSummary() const;
+
+ private:
+  struct Offer {
+    std::string mediaType, selectionKey;
+    RepresentationDescriptor descriptor{};
+  };
+  struct Asset {
+    int index = 0;
+    std::string label;
+    std::vector<Offer> offers;  // filled before any descriptor points into it
+    int chosen = -1;            // the first accepted offer
+    int chunk = 0;
+    unsigned char data[64] = {};
+  };
+  struct PhaseReport {
+    int assets = 0, offers = 0, accepted = 0, refused = 0;
+    int outcomes[5] = {};  // by PolicyOutcome, for the offers the built-in policy decided
+    std::string keyFixed, keyFixedMediaType, keyAtEnd;
+    int keyFixedByAsset = -1;
+  };
+  void StartAsset(int phase);
+  void DeliverChunks();
+  bool Relay(RelayEvent& event);
+  void NullKey(Offer& offer, const Asset& asset);
+
+  ThreadContext& context_;
+  LogLedger& ledger_;
+  LogProducer& log_;
+  LogProducer& hostLog_;
+  const SessionPlan* session_;
+  SelectionPolicy policy_;
+  std::deque<Asset> streaming_;  // deque: an asset's address is handed to the library and must not move
+  PhaseReport phases_[3];
+  int assetsStarted_ = 0, assetsReady_ = 0, assetsFailed_ = 0;
+  int64_t initialisedSent_ = 0, initialisedReached_ = 0, chunksSent_ = 0, chunksReached_ = 0;
+};
+
+// What a run shares: the main thread's context and one per role thread, the roles, and the ledgers.
+struct World {
+  World(const BridgeApi& api, int scriptThreads, uint32_t seed, const SessionPlan* session);
+  ThreadContext main;
+  std::vector<std::unique_ptr<ThreadContext>> contexts;  // the scripts', then playback, render, log poller
+  RenderTraffic traffic;  // producers: one per script thread, then the render thread's follow-ups
+  LogLedger log;
+  RegistryLedger registry;  // one share per script thread
+  std::vector<std::unique_ptr<ScriptRole>> scripts;
+  std::unique_ptr<PlaybackRole> playback;
+
+  ThreadContext& playbackContext() { return *contexts[scripts.size()]; }
+  ThreadContext& renderContext() { return *contexts[scripts.size() + 1]; }
+  ThreadContext& pollerContext() { return *contexts[scripts.size() + 2]; }
+  std::vector<const ThreadContext*> All() const;
+  // The end checks of both modes, once every other thread has stopped; returns the render report.
+  RenderReport Finish(bool session);
+};
+
+}  // namespace quorl::host
