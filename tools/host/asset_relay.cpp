@@ -20,24 +20,6 @@ uint32_t Bits(float value) {
   return bits;
 }
 
-// What a callback of the event's kind receives of it; the rest stays zero.
-RelayEvent Carried(const RelayEvent& event) {
-  RelayEvent carried;
-  carried.kind = event.kind;
-  carried.value0 = event.value0;
-  carried.pointers[0] = event.pointers[0];
-  if (event.kind == kSelect) {
-    carried.value1 = event.value1;
-    carried.pointers[1] = event.pointers[1];
-    carried.descriptor = event.descriptor;
-  } else if (event.kind == kData) {
-    for (int i = 1; i < 4; ++i)
-      carried.pointers[i] = event.pointers[i];
-    carried.amount = event.amount;
-  }
-  return carried;
-}
-
 std::string Describe(const RelayEvent& e) {
   return Printf("(%d, %d, %p, %p, %p, %p, descriptor %p, amount %#x)", e.value0, e.value1, e.pointers[0],
                 e.pointers[1], e.pointers[2], e.pointers[3], static_cast<void*>(e.descriptor),
@@ -59,12 +41,11 @@ RelayEvent* Arrived(Slot slot, const RelayEvent& seen) {
          "%s: host function %d was called, but %d was set last (0 is none)", name, static_cast<int>(slot),
          static_cast<int>(Model().relay[seen.kind]));
   // Bit for bit: a relay that does arithmetic on the float turns -0 into +0 or quiets a NaN.
-  const RelayEvent expected = Carried(*call);
   EXPECT(context, kRelayArguments,
-         std::memcmp(expected.pointers, seen.pointers, sizeof(seen.pointers)) == 0 &&
-             expected.value0 == seen.value0 && expected.value1 == seen.value1 &&
-             expected.descriptor == seen.descriptor && Bits(expected.amount) == Bits(seen.amount),
-         "%s: expected %s, saw %s", name, Describe(expected).c_str(), Describe(seen).c_str());
+         std::memcmp(call->pointers, seen.pointers, sizeof(seen.pointers)) == 0 &&
+             call->value0 == seen.value0 && call->value1 == seen.value1 &&
+             call->descriptor == seen.descriptor && Bits(call->amount) == Bits(seen.amount),
+         "%s: expected %s, saw %s", name, Describe(*call).c_str(), Describe(seen).c_str());
   call->called = slot;
   ++call->calls;
   return call;
@@ -72,10 +53,7 @@ RelayEvent* Arrived(Slot slot, const RelayEvent& seen) {
 
 template <Slot kSlot>
 void OnInitialised(int32_t value, void* pointer) {
-  RelayEvent seen;
-  seen.value0 = value;
-  seen.pointers[0] = pointer;
-  if (Arrived(kSlot, seen) == nullptr || kSlot != kFirst) return;
+  if (Arrived(kSlot, RelayEvent{kInitialised, value, 0, {pointer}}) == nullptr || kSlot != kFirst) return;
   // Calling back into the library from inside works because the bridge mutex is recursive.
   ThreadContext& context = CurrentContext();
   CALL(context, Map_SetValue)("host.assetsInitialised", static_cast<int32_t>(++hostInitialisations));
@@ -86,14 +64,7 @@ void OnInitialised(int32_t value, void* pointer) {
 template <Slot kSlot>
 bool OnSelect(RepresentationDescriptor* descriptor, int32_t value0, void* pointer0, int32_t value1,
               void* pointer1) {
-  RelayEvent seen;
-  seen.kind = kSelect;
-  seen.descriptor = descriptor;
-  seen.value0 = value0;
-  seen.value1 = value1;
-  seen.pointers[0] = pointer0;
-  seen.pointers[1] = pointer1;
-  RelayEvent* call = Arrived(kSlot, seen);
+  RelayEvent* call = Arrived(kSlot, RelayEvent{kSelect, value0, value1, {pointer0, pointer1}, descriptor});
   if (call == nullptr) return false;
   if (kSlot == kSecond) return call->hostAnswer = (value1 & 1) == 0;
   // This host caps quality: no "high" volumetric representation, everything else is welcome.
@@ -108,15 +79,7 @@ bool OnSelect(RepresentationDescriptor* descriptor, int32_t value0, void* pointe
 
 template <Slot kSlot>
 void OnData(void* pointer0, void* pointer1, void* pointer2, int32_t value, void* pointer3, float amount) {
-  RelayEvent seen;
-  seen.kind = kData;
-  seen.value0 = value;
-  seen.pointers[0] = pointer0;
-  seen.pointers[1] = pointer1;
-  seen.pointers[2] = pointer2;
-  seen.pointers[3] = pointer3;
-  seen.amount = amount;
-  Arrived(kSlot, seen);
+  Arrived(kSlot, RelayEvent{kData, value, 0, {pointer0, pointer1, pointer2, pointer3}, nullptr, amount});
 }
 
 const OnAssetInitialisedCallback kInitialisedCallbacks[3] = {nullptr, &OnInitialised<kFirst>,

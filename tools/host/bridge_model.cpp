@@ -181,7 +181,7 @@ void CheckConstants(ThreadContext& context, bool all) {
   const intptr_t device = CALL(context, GetUnityRenderDevice)();
   EXPECT(context, kRenderDevice, device == 0, "saw %lld", static_cast<long long>(device));
   const intptr_t address = CALL(context, UnityRenderEventFunc)();
-  const auto expected = reinterpret_cast<intptr_t>(context.api().UnityRenderEvent);
+  const auto expected = reinterpret_cast<intptr_t>(context.api.UnityRenderEvent);
   EXPECT(context, kRenderFuncAddress, address == expected, "expected %p, saw %p",
          reinterpret_cast<void*>(expected), reinterpret_cast<void*>(address));
   auto expectText = [&](int32_t code, const char* expected) {
@@ -190,9 +190,9 @@ void CheckConstants(ThreadContext& context, bool all) {
            "QuorlError_ToString(%d): expected \"%s\", saw \"%s\"", code, expected, text ? text : "(null)");
   };
   for (const ErrorText& entry : kErrorTexts) {
-    if (all || context.random().OneIn(6)) expectText(entry.code, entry.text);
+    if (all || context.random.OneIn(6)) expectText(entry.code, entry.text);
   }
-  expectText(207 + static_cast<int32_t>(context.random().Below(100000)), "");
+  expectText(207 + static_cast<int32_t>(context.random.Below(100000)), "");
 }
 
 RegistryLedger::RegistryLedger(int threads)

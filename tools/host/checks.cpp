@@ -29,26 +29,26 @@ const char* RoleName(Role role) {
 }
 
 std::string ThreadContext::label() const {
-  return role_ == Role::kScript ? Printf("script-%d", index_) : RoleName(role_);
+  return role == Role::kScript ? Printf("script-%d", index) : RoleName(role);
 }
 
 uint64_t ThreadContext::totalCalls() const {
   uint64_t total = 0;
   for (int id = 0; id < kExportCount; ++id)
-    total += calls(id);
+    total += calls[id].load(std::memory_order_relaxed);
   return total;
 }
 
 bool ThreadContext::Failed(Check check, const std::string& detail) {
-  const int index = static_cast<int>(check);
-  ++checked_[index];
-  ++failed_[index];
+  const int i = static_cast<int>(check);
+  ++checked[i];
+  ++failed[i];
   failures.fetch_add(1, std::memory_order_relaxed);
   const std::string line = "[" + label() + "] " + detail;
   std::lock_guard<std::mutex> guard(detailsMutex);
-  if (details[index].size() < 3) details[index].push_back(line);
-  if (printAtOnce.load() && failed_[index] <= 5)
-    std::fprintf(stderr, "quorl-host: FAILED  %s %s\n", kCheckNames[index], line.c_str());
+  if (details[i].size() < 3) details[i].push_back(line);
+  if (printAtOnce.load() && failed[i] <= 5)
+    std::fprintf(stderr, "quorl-host: FAILED  %s %s\n", kCheckNames[i], line.c_str());
   return false;
 }
 
@@ -73,7 +73,7 @@ void CheckCoverage(ThreadContext& main, const std::vector<const ThreadContext*>&
   for (int id = 0; id < kExportCount; ++id) {
     uint64_t calls = 0;
     for (const ThreadContext* context : contexts)
-      calls += context->calls(id);
+      calls += context->calls[id].load(std::memory_order_relaxed);
     if (calls == 0) never += std::string(never.empty() ? "" : ", ") + ExportName(id);
   }
   EXPECT(main, kCoverage, never.empty(), "never called: %s", never.c_str());
@@ -87,8 +87,8 @@ int ReportChecks(const std::vector<const ThreadContext*>& contexts, bool all) {
     int64_t checked = 0;
     int64_t failed = 0;
     for (const ThreadContext* context : contexts) {
-      checked += static_cast<int64_t>(context->checked(static_cast<Check>(index)));
-      failed += static_cast<int64_t>(context->failed(static_cast<Check>(index)));
+      checked += static_cast<int64_t>(context->checked[index]);
+      failed += static_cast<int64_t>(context->failed[index]);
     }
     if (checked == 0 && !all) continue;
     ++listed;

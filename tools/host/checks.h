@@ -78,41 +78,31 @@ class Random {
   uint64_t state_;
 };
 
-class ThreadContext {
- public:
-  ThreadContext(const BridgeApi& api, Role role, int index, uint64_t seed)
-      : api_(api), role_(role), index_(index), random_(seed) {}
+// One thread's side of a run. Written by its owner only; `calls` may be read by any thread (relaxed), the
+// check counts once the owner has stopped.
+struct ThreadContext {
+  ThreadContext(const BridgeApi& bridge, Role ofRole, int ofIndex, uint64_t seed)
+      : api(bridge), role(ofRole), index(ofIndex), random(seed) {}
   ThreadContext(const ThreadContext&) = delete;
   ThreadContext& operator=(const ThreadContext&) = delete;
-
-  const BridgeApi& api() const { return api_; }
-  Role role() const { return role_; }
-  int index() const { return index_; }
-  Random& random() { return random_; }
   std::string label() const;
-  int frame = -1;  // the frame this thread works on in a session, for the report
-
+  uint64_t totalCalls() const;
   // Counts one call of an export; see CALL.
   void Count(ExportId id) {
-    calls_[id].store(calls_[id].load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    calls[id].store(calls[id].load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   }
-  uint64_t calls(int id) const { return calls_[id].load(std::memory_order_relaxed); }
-  uint64_t totalCalls() const;
-
   // One outcome of a check: Held returns true, Failed false. See EXPECT and FAIL.
-  bool Held(Check check) { return ++checked_[static_cast<int>(check)] != 0; }
+  bool Held(Check check) { return ++checked[static_cast<int>(check)] != 0; }
   bool Failed(Check check, const std::string& detail);
-  uint64_t checked(Check check) const { return checked_[static_cast<int>(check)]; }
-  uint64_t failed(Check check) const { return failed_[static_cast<int>(check)]; }
 
- private:
-  const BridgeApi& api_;
-  Role role_;
-  int index_;
-  Random random_;
-  std::atomic<uint64_t> calls_[kExportCount] = {};
-  uint64_t checked_[kCheckCount] = {};
-  uint64_t failed_[kCheckCount] = {};
+  const BridgeApi& api;
+  const Role role;
+  const int index;
+  Random random;
+  int frame = -1;  // the frame this thread works on in a session, for the report
+  std::atomic<uint64_t> calls[kExportCount] = {};
+  uint64_t checked[kCheckCount] = {};
+  uint64_t failed[kCheckCount] = {};
 };
 
 // The context of the calling thread; each thread sets its own before its first call.
@@ -137,7 +127,7 @@ std::string Duration(int64_t ns);    // "12.3 us", "4.56 ms" or "7.89 s"
 }  // namespace quorl::host
 
 // Calls export `name` through the context's table and counts it: CALL(context, Map_Add)("k", 1).
-#define CALL(context, name) ((context).Count(::quorl::host::kExport_##name), (context).api().name)
+#define CALL(context, name) ((context).Count(::quorl::host::kExport_##name), (context).api.name)
 // Records one outcome of check `id` on `context`: the detail, a printf format and its arguments, is
 // formatted only when `condition` is false. Yields the condition.
 #define EXPECT(context, id, condition, ...)               \

@@ -49,7 +49,7 @@ int LogLedger::Poll(ThreadContext& context, int limit, LogProducer* own) {
     const char* message = view->message;
     // The text belongs to the entry and dangles after the pop: copy it first.
     const std::string copy = message != nullptr ? message : "<null>";
-    if (own != nullptr && context.random().OneIn(4)) {
+    if (own != nullptr && context.random.OneIn(4)) {
       Add(context, *own, 1, "added while another entry was in view");
       EXPECT(context, kLogView, message != nullptr && std::strcmp(message, copy.c_str()) == 0,
              "the entry in view changed from \"%s\" when another entry was added", copy.c_str());

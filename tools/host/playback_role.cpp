@@ -58,7 +58,7 @@ void PlaybackRole::Frame(int frame) {
 }
 
 void PlaybackRole::Step() {
-  Random& random = context_.random();
+  Random& random = context_.random;
   if (random.OneIn(32)) {
     ledger_.Add(context_, log_, static_cast<int32_t>(random.Below(7)) - 2,
                 std::string(random.Below(61), static_cast<char>('a' + random.Below(26))));
@@ -83,14 +83,14 @@ void PlaybackRole::Drain() {
 // In a session nobody changes the callbacks during a frame; in a soak only Lock keeps them still.
 bool PlaybackRole::Relay(RelayEvent& event) {
   if (session_ != nullptr) return Deliver(context_, event, true, policy_);
-  if (context_.random().OneIn(2)) return Deliver(context_, event, false, policy_);
+  if (context_.random.OneIn(2)) return Deliver(context_, event, false, policy_);
   bool answer = false;
-  UnderLock(context_, context_.random().OneIn(4), [&] { answer = Deliver(context_, event, true, policy_); });
+  UnderLock(context_, context_.random.OneIn(4), [&] { answer = Deliver(context_, event, true, policy_); });
   return answer;
 }
 
 void PlaybackRole::StartAsset(int phase) {
-  Random& random = context_.random();
+  Random& random = context_.random;
   PhaseReport& report = phases_[phase];
   Asset& asset = streaming_.emplace_back();
   asset.index = assetsStarted_++;
@@ -116,9 +116,7 @@ void PlaybackRole::StartAsset(int phase) {
   ledger_.Add(context_, log_, 1,
               asset.label + ": manifest parsed, " + std::to_string(asset.offers.size()) + " offers");
 
-  RelayEvent initialised;
-  initialised.value0 = asset.index;
-  initialised.pointers[0] = &asset;
+  RelayEvent initialised{kInitialised, asset.index, 0, {&asset}};
   Relay(initialised);
   ++initialisedSent_;
   initialisedReached_ += initialised.calls;
@@ -126,13 +124,7 @@ void PlaybackRole::StartAsset(int phase) {
   for (size_t i = 0; i < asset.offers.size(); ++i) {
     Offer& offer = asset.offers[i];
     if (session_ == nullptr && random.OneIn(16)) NullKey(offer, asset);
-    RelayEvent select;
-    select.kind = kSelect;
-    select.descriptor = &offer.descriptor;
-    select.value0 = asset.index;
-    select.pointers[0] = &asset;
-    select.value1 = static_cast<int32_t>(i);
-    select.pointers[1] = &offer;
+    RelayEvent select{kSelect, asset.index, static_cast<int32_t>(i), {&asset, &offer}, &offer.descriptor};
     const bool answer = Relay(select);
     ++(answer ? report.accepted : report.refused);
     ++report.offers;
@@ -182,15 +174,13 @@ void PlaybackRole::NullKey(Offer& offer, const Asset& asset) {
 void PlaybackRole::DeliverChunks() {
   for (Asset& asset : streaming_) {
     if (asset.chunk == kChunksPerAsset) continue;
-    RelayEvent data;
-    data.kind = kData;
-    data.pointers[0] = &asset;
-    data.pointers[1] = &asset.offers[static_cast<size_t>(asset.chosen)];
-    data.pointers[2] = asset.data;
-    data.pointers[3] = this;
-    data.value0 = asset.chunk;
-    data.amount = session_ != nullptr ? static_cast<float>(asset.chunk + 1) / kChunksPerAsset
-                                      : AnyAmount(context_.random());
+    RelayEvent data{kData,
+                    asset.chunk,
+                    0,
+                    {&asset, &asset.offers[static_cast<size_t>(asset.chosen)], asset.data, this},
+                    nullptr,
+                    session_ != nullptr ? static_cast<float>(asset.chunk + 1) / kChunksPerAsset
+                                        : AnyAmount(context_.random)};
     Relay(data);
     ++chunksSent_;
     chunksReached_ += data.calls;

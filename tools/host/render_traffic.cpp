@@ -21,22 +21,6 @@ int32_t MakeToken(int producer, uint32_t index, uint32_t generation) {
                               (generation & kGenerationMask));
 }
 
-void OnPlain() {
-  traffic->PlainRan();
-}
-void OnI(int32_t a) {
-  traffic->Ran(Shape::kI, a, 0, 0, nullptr);
-}
-void OnIII(int32_t a, int32_t b, int32_t c) {
-  traffic->Ran(Shape::kIII, a, b, c, nullptr);
-}
-void OnFrameContextI(int32_t a, const FrameContext* frame) {
-  traffic->Ran(Shape::kFrameContextI, a, 0, 0, frame);
-}
-void OnFrameContextIII(int32_t a, int32_t b, int32_t c, const FrameContext* frame) {
-  traffic->Ran(Shape::kFrameContextIII, a, b, c, frame);
-}
-
 // x and y of the frame-context shapes are carried along unread by the library; any pointers will do.
 void* AnyPointer(Random& random) {
   return random.OneIn(4) ? nullptr : reinterpret_cast<void*>(static_cast<uintptr_t>(random.Next()));
@@ -81,14 +65,14 @@ void RenderTraffic::Retire(ThreadContext& context, EventRecord& record) {
 }
 
 int32_t RenderTraffic::Queue(ThreadContext& context, EventProducer& producer) {
-  Random& random = context.random();
+  Random& random = context.random;
   const auto shape = static_cast<Shape>(random.Below(kShapeCount));
   int32_t id = 0;
   int32_t token = -1;
   if (shape == Shape::kPlain) {
     if (plainOutstanding_.load(std::memory_order_relaxed) >= kPlainBudget) return 0;
     plainOutstanding_.fetch_add(1, std::memory_order_relaxed);
-    id = CALL(context, QueueGLEvent)(&OnPlain);
+    id = CALL(context, QueueGLEvent)([] { traffic->PlainRan(); });
   } else {
     // A record is free once its event ran; look a few places ahead so one slow event blocks nothing.
     EventRecord* record = nullptr;
@@ -112,26 +96,24 @@ int32_t RenderTraffic::Queue(ThreadContext& context, EventProducer& producer) {
     record->b = random.AnyInt();
     record->c = random.AnyInt();
     // Some render work queues more from inside its own run, as render code that defers its cleanup does.
-    record->followUp = context.role() == Role::kScript && random.OneIn(16);
-    if (handedOnly_) record->queuedNs = NowNs();
+    record->followUp = context.role == Role::kScript && random.OneIn(16);
     token = MakeToken(producer.index, index, record->generation);
-    switch (shape) {
-      case Shape::kI:
-        id = CALL(context, QueueGLEventI)(&OnI, token);
-        break;
-      case Shape::kIII:
-        id = CALL(context, QueueGLEventIII)(&OnIII, token, record->b, record->c);
-        break;
-      case Shape::kFrameContextI:
-        id = CALL(context, QueueGLEventPrepFrameContextI)(&OnFrameContextI, token, AnyPointer(random),
-                                                          AnyPointer(random));
-        break;
-      case Shape::kFrameContextIII:
-        id = CALL(context, QueueGLEventPrepFrameContextIII)(&OnFrameContextIII, token, record->b, record->c,
-                                                            AnyPointer(random), AnyPointer(random));
-        break;
-      case Shape::kPlain:
-        break;
+    if (shape == Shape::kI) {
+      id = CALL(context, QueueGLEventI)([](int32_t a) { traffic->Ran(Shape::kI, a, 0, 0, nullptr); }, token);
+    } else if (shape == Shape::kIII) {
+      id = CALL(context, QueueGLEventIII)(
+          [](int32_t a, int32_t b, int32_t c) { traffic->Ran(Shape::kIII, a, b, c, nullptr); }, token,
+          record->b, record->c);
+    } else if (shape == Shape::kFrameContextI) {
+      id = CALL(context, QueueGLEventPrepFrameContextI)(
+          [](int32_t a, const FrameContext* f) { traffic->Ran(Shape::kFrameContextI, a, 0, 0, f); }, token,
+          AnyPointer(random), AnyPointer(random));
+    } else {
+      id = CALL(context, QueueGLEventPrepFrameContextIII)(
+          [](int32_t a, int32_t b, int32_t c, const FrameContext* f) {
+            traffic->Ran(Shape::kFrameContextIII, a, b, c, f);
+          },
+          token, record->b, record->c, AnyPointer(random), AnyPointer(random));
     }
     record->queuedId = id;
     record->outstanding = true;
@@ -174,7 +156,7 @@ std::vector<HandedEvent> RenderTraffic::TakeHandedOver() {
 
 void RenderTraffic::StartFiring(ThreadContext& context) {
   const intptr_t address = CALL(context, UnityRenderEventFunc)();
-  const auto expected = reinterpret_cast<intptr_t>(context.api().UnityRenderEvent);
+  const auto expected = reinterpret_cast<intptr_t>(context.api.UnityRenderEvent);
   EXPECT(context, kRenderFuncAddress, address == expected, "expected %p, saw %p",
          reinterpret_cast<void*>(expected), reinterpret_cast<void*>(address));
   fire_ = reinterpret_cast<void (*)(int32_t)>(address);
@@ -184,7 +166,7 @@ void RenderTraffic::FireId(ThreadContext& context, int32_t id, bool byName) {
   context.Count(kExport_UnityRenderEvent);
   firingId = id;
   if (byName) {
-    context.api().UnityRenderEvent(id);
+    context.api.UnityRenderEvent(id);
   } else {
     fire_(id);  // as the engine's plug-in event call does
   }
@@ -196,7 +178,7 @@ void RenderTraffic::Fire(ThreadContext& context, const HandedEvent& event) {
   EventRecord* record = RecordOf(event.token, &generation);
   std::atomic<int32_t>& plainRuns = plainRan_[event.id - kIdBase];
   const int32_t plainBefore = plainRuns.load(std::memory_order_relaxed);
-  FireId(context, event.id, context.random().OneIn(64));
+  FireId(context, event.id, context.random.OneIn(64));
   ++fired_;
   bool ran = false;
   if (record != nullptr) {
@@ -214,7 +196,7 @@ void RenderTraffic::Fire(ThreadContext& context, const HandedEvent& event) {
 }
 
 size_t RenderTraffic::RenderStep(ThreadContext& context) {
-  Random& random = context.random();
+  Random& random = context.random;
   const std::vector<HandedEvent> batch = TakeHandedOver();
   for (const HandedEvent& handed : batch) {
     Fire(context, handed);
@@ -281,7 +263,6 @@ void RenderTraffic::Ran(Shape shape, int32_t a, int32_t b, int32_t c, const Fram
            seen.structSize, seen.reserved0, static_cast<unsigned long long>(seen.reserved1),
            static_cast<unsigned long long>(seen.reserved2));
   }
-  if (handedOnly_) latencies_.push_back(NowNs() - record->queuedNs);
   const bool followUp = record->followUp;
   record->firedUnder.store(firing, std::memory_order_relaxed);
   ran_.fetch_add(1, std::memory_order_relaxed);
@@ -295,7 +276,7 @@ void RenderTraffic::Ran(Shape shape, int32_t a, int32_t b, int32_t c, const Fram
 
   // Render work may queue more render work: the library does not hold its lock while the work runs.
   // With no lower slot free, the follow-up gets the very id that is running.
-  if (followUp && context.role() == Role::kRender && followUpsEnabled_.load(std::memory_order_relaxed)) {
+  if (followUp && context.role == Role::kRender && followUpsEnabled_.load(std::memory_order_relaxed)) {
     EventProducer& own = *producers_.back();
     if (Queue(context, own) == firing) ++own.followUpsOnOwnId;
     HandOver(own);

@@ -1,18 +1,16 @@
-// RenderTraffic: the render role. Events go from the threads that queue them through the five queue
-// exports to the render thread that fires them, with a record per event that proves it ran exactly
-// once, under the id it was queued for, with the arguments it was given.
+// RenderTraffic: render events from the threads that queue them through the five queue exports to the
+// render thread that fires them, with a record per event that proves it ran once, under the id it was
+// queued for, with the arguments it was given.
 //
-// Each queuing thread owns an EventProducer: a ring of EventRecords reused only after the event ran, so
-// memory stays bounded however long the run. The four shapes that take integers carry a token (producer,
-// ring index, generation) as their first argument; the callback finds the record by it. The plain shape
-// cannot carry one, so those are counted per id on both sides and compared at the end. A producer's ids
-// wait in its backlog until it hands them over: in a session at the end of each frame, in a soak in
-// bursts of random size, so that many events pend at once and the slot table gets holes.
+// Each queuing thread owns an EventProducer: a ring of records, each reused only after its event ran.
+// The shapes with integers carry a token (producer, ring index, generation) as their first argument; the
+// plain shape cannot, so it is counted per id on both sides. Ids wait in the producer's backlog until it
+// hands them over: in a session at the end of each frame, in a soak in bursts of random size, so that
+// many events pend at once and the slot table gets holes.
 //
-// Threads: Queue and HandOver run on the producer's owner (a script thread; the render thread for the
-// follow-ups that render work queues). TakeHandedOver may run anywhere. Fire and RenderStep run on the one
-// thread that fires at a time, Finish on the main thread after every other thread stopped. The native
-// callbacks find the RenderTraffic through a global pointer, so one may exist at a time.
+// Threads: Queue and HandOver run on the producer's owner (a script thread, or the render thread for the
+// follow-ups that render work queues); Fire and RenderStep on the one thread that fires at a time; Finish
+// on the main thread once every other has stopped. The callbacks find the one RenderTraffic globally.
 #pragma once
 
 #include <atomic>
@@ -37,7 +35,6 @@ struct EventRecord {
   Shape shape = Shape::kI;
   int32_t b = 0, c = 0;
   bool followUp = false;
-  int64_t queuedNs = 0;
   // Owner only.
   bool outstanding = false;
   uint32_t generation = 0;
@@ -72,7 +69,6 @@ struct RenderReport {
   int64_t followUps = 0, followUpsOnOwnId = 0;  // queued from inside render work; those that got its id
   int64_t pendingAtEnd = 0, probes = 0;
   int32_t highestId = 0;
-  int64_t latencyP50 = 0, latencyP99 = 0, latencyMax = 0;  // queue to run, when measured
 };
 
 // Prints the render part of a summary; `framesRendered` when fired frame by frame, else -1.
@@ -81,8 +77,7 @@ void PrintRenderSummary(const RenderReport& report, int64_t framesRendered);
 class RenderTraffic {
  public:
   // `producers` rings: one per script thread and one for the render thread's follow-ups (the last).
-  // `handedOnly`: the firing thread fires nothing but the handed ids, each once (a session), so every
-  // fire of the plain shape is checked too, and the latency is measured.
+  // `handedOnly`: nothing but the handed ids is fired, each once (a session), so plain ones are checked too.
   RenderTraffic(int producers, bool handedOnly);
   ~RenderTraffic();
   RenderTraffic(const RenderTraffic&) = delete;
@@ -133,7 +128,6 @@ class RenderTraffic {
   void (*fire_)(int32_t) = nullptr;
   // The firing thread's.
   int64_t fired_ = 0, firedOther_ = 0, lost_ = 0;
-  std::vector<int64_t> latencies_;
   struct Probe {
     int32_t id = 0;
     std::atomic<int32_t> runs{0}, firedUnder{0};

@@ -1,6 +1,5 @@
 // The end checks of RenderTraffic: with every other thread stopped, the slot table must hold exactly the
 // pending events, hand out its free slots lowest first, and run everything once when fired whole.
-#include <algorithm>
 #include <cstdio>
 
 #include "render_traffic.h"
@@ -14,11 +13,6 @@ constexpr uint64_t kRunsMask = 0xFFFFFFFFull;
 RenderTraffic* finishing = nullptr;
 void OnProbe(int32_t probe) {
   finishing->ProbeRan(probe);
-}
-
-int64_t Percentile(const std::vector<int64_t>& sorted, double fraction) {
-  if (sorted.empty()) return 0;
-  return sorted[static_cast<size_t>(fraction * static_cast<double>(sorted.size() - 1) + 0.5)];
 }
 
 }  // namespace
@@ -134,10 +128,6 @@ RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
   report.wrongId = wrongId_.load();
   for (int64_t queued : producers_.back()->queued)
     report.followUps += queued;
-  std::sort(latencies_.begin(), latencies_.end());
-  report.latencyP50 = Percentile(latencies_, 0.50);
-  report.latencyP99 = Percentile(latencies_, 0.99);
-  report.latencyMax = latencies_.empty() ? 0 : latencies_.back();
   return report;
 }
 
@@ -162,9 +152,6 @@ void PrintRenderSummary(const RenderReport& report, int64_t framesRendered) {
                                   : (Grouped(report.firedOther) + " other fires").c_str());
   std::printf("                  %s pending at the end, %s probes of the free slots\n",
               Grouped(report.pendingAtEnd).c_str(), Grouped(report.probes).c_str());
-  if (framesRendered < 0) return;
-  std::printf("  latency         queue to run: p50 %s, p99 %s, max %s\n", Duration(report.latencyP50).c_str(),
-              Duration(report.latencyP99).c_str(), Duration(report.latencyMax).c_str());
 }
 
 }  // namespace quorl::host

@@ -75,9 +75,8 @@ class ScriptRole {
   void Inspect(const Object& object);
   void WalkRegistry(ThreadContext& context);  // under Lock
   void SceneStep();
-  void MapStep();
+  void SharedObjectStep();
   void Transaction();
-  void SharedStep(bool object);
   void NullTexts();
 
   World& world_;

@@ -23,8 +23,8 @@ std::string JoinHandles(const std::vector<int32_t>& handles) {
 ScriptRole::ScriptRole(World& world, ThreadContext& context)
     : world_(world),
       context_(context),
-      index_(context.index()),
-      handleBase_((context.index() + 1) * 1000),
+      index_(context.index),
+      handleBase_((context.index + 1) * 1000),
       log_(world.log.AddProducer(context.label())) {
   const std::string prefix = "m" + std::to_string(index_) + "/";
   for (int i = 0; i < 5; ++i) {
@@ -40,7 +40,7 @@ ScriptRole::ScriptRole(World& world, ThreadContext& context)
 void ScriptRole::Frame(int frame, const SessionPlan& plan) {
   SetCurrentContext(&context_);
   context_.frame = frame;
-  Random& random = context_.random();
+  Random& random = context_.random;
   const int32_t published = CALL(context_, Map_GetValue)("engine.frame");
   EXPECT(context_, kSharedModel, published == frame, "read frame %d from engine.frame in frame %d", published,
          frame);
@@ -81,7 +81,7 @@ const ScriptRole::Object* ScriptRole::FirstWithHandle(int32_t handle) const {
 }
 
 void ScriptRole::AddObject(int despawnFrame) {
-  Random& random = context_.random();
+  Random& random = context_.random;
   const std::string kind = random.Pick(kObjectKinds);
   Object object{handleBase_ + 1 + static_cast<int32_t>(random.Below(kHandles)),  // duplicates happen
                 context_.label() + "/" + kind.substr(0, 16) + std::to_string(++names_), kind, despawnFrame};

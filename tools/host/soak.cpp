@@ -61,7 +61,7 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
     ThreadContext& poller = world.pollerContext();
     while (!stop.load(std::memory_order_relaxed)) {
       int taken = 0;
-      UnderLock(poller, poller.random().OneIn(4), [&] { taken = world.log.Poll(poller, 64, &pollerLog); });
+      UnderLock(poller, poller.random.OneIn(4), [&] { taken = world.log.Poll(poller, 64, &pollerLog); });
       if (taken == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
   });
@@ -71,7 +71,7 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
     for (;;) {
       const bool stopping = stopRender.load(std::memory_order_acquire);
       const size_t handed = world.traffic.RenderStep(render);
-      if (render.random().OneIn(64)) world.log.Add(render, renderLog, 1, "a frame was rendered");
+      if (render.random.OneIn(64)) world.log.Add(render, renderLog, 1, "a frame was rendered");
       // Once stopped, nobody hands over more: one empty round means all that was handed over was fired.
       if (stopping && handed == 0) break;
       if (handed == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
@@ -118,7 +118,7 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
   std::printf("\nOperations per second over %.1f s\n", elapsed);
   uint64_t byRole[kRoleCount + 1] = {};
   for (const ThreadContext* context : all) {
-    byRole[static_cast<int>(context->role())] += context->totalCalls();
+    byRole[static_cast<int>(context->role)] += context->totalCalls();
     byRole[kRoleCount] += context->totalCalls();
   }
   for (int role = 0; role <= kRoleCount; ++role) {
