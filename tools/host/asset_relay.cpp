@@ -95,10 +95,10 @@ bool IsVolumetric(const std::string& mediaType) {
   return mediaType.compare(0, 11, "volumetric/") == 0;
 }
 
-PolicyOutcome SelectionPolicy::Decide(const std::string& mediaType, const std::string& key) {
+PolicyOutcome DecideByPolicy(std::string* held, const std::string& mediaType, const std::string& key) {
   if (!IsVolumetric(mediaType)) return PolicyOutcome::kNotVolumetric;
-  if (!key_.empty()) return key == key_ ? PolicyOutcome::kSameKey : PolicyOutcome::kOtherKey;
-  key_ = key;
+  if (!held->empty()) return key == *held ? PolicyOutcome::kSameKey : PolicyOutcome::kOtherKey;
+  *held = key;
   return key.empty() ? PolicyOutcome::kEmptyKey : PolicyOutcome::kKeyFixed;
 }
 
@@ -112,37 +112,25 @@ int64_t HostInitialisations() {
 }
 
 void SetRelayCallback(ThreadContext& context, RelayKind kind, Slot slot) {
-  switch (kind) {
-    case kInitialised:
-      CALL(context, Callback_Set_OnAssetInitialised)(kInitialisedCallbacks[slot]);
-      break;
-    case kSelect:
-      CALL(context, Callback_Set_OnAssetSelectRepresentation)(kSelectCallbacks[slot]);
-      break;
-    case kData:
-      CALL(context, Callback_Set_OnAssetRepresentationDataReceived)(kDataCallbacks[slot]);
-      break;
-  }
+  if (kind == kInitialised) CALL(context, Callback_Set_OnAssetInitialised)(kInitialisedCallbacks[slot]);
+  if (kind == kSelect) CALL(context, Callback_Set_OnAssetSelectRepresentation)(kSelectCallbacks[slot]);
+  if (kind == kData) CALL(context, Callback_Set_OnAssetRepresentationDataReceived)(kDataCallbacks[slot]);
   Model().relay[kind] = slot;
 }
 
-bool Deliver(ThreadContext& context, RelayEvent& event, bool callbacksKnown, SelectionPolicy& policy) {
+bool Deliver(ThreadContext& context, RelayEvent& event, bool callbacksKnown, std::string* policyKey) {
   const Slot expected = callbacksKnown ? Model().relay[event.kind] : kNone;
   bool answer = false;
   relayCall = &event;
-  switch (event.kind) {
-    case kInitialised:
-      CALL(context, StaticHandler_OnAssetInitialised)(event.value0, event.pointers[0]);
-      break;
-    case kSelect:
-      answer = CALL(context, StaticHandler_OnAssetSelectRepresentation)(
-          event.descriptor, event.value0, event.pointers[0], event.value1, event.pointers[1]);
-      break;
-    case kData:
-      CALL(context, StaticHandler_OnAssetRepresentationDataReceived)
-      (event.pointers[0], event.pointers[1], event.pointers[2], event.value0, event.pointers[3],
-       event.amount);
-      break;
+  void** p = event.pointers;
+  if (event.kind == kInitialised) CALL(context, StaticHandler_OnAssetInitialised)(event.value0, p[0]);
+  if (event.kind == kSelect) {
+    answer = CALL(context, StaticHandler_OnAssetSelectRepresentation)(event.descriptor, event.value0, p[0],
+                                                                      event.value1, p[1]);
+  }
+  if (event.kind == kData) {
+    CALL(context, StaticHandler_OnAssetRepresentationDataReceived)
+    (p[0], p[1], p[2], event.value0, p[3], event.amount);
   }
   relayCall = nullptr;
   if (event.kind == kSelect && event.calls == 1) {
@@ -151,9 +139,9 @@ bool Deliver(ThreadContext& context, RelayEvent& event, bool callbacksKnown, Sel
   } else if (event.kind == kSelect && event.calls == 0) {
     const std::string mediaType = event.descriptor->mediaType;
     const std::string key = event.descriptor->selectionKey;
-    const std::string before = policy.key();
+    const std::string before = *policyKey;
     event.byPolicy = true;
-    event.outcome = policy.Decide(mediaType, key);
+    event.outcome = DecideByPolicy(policyKey, mediaType, key);
     const bool predicted = event.outcome != PolicyOutcome::kOtherKey;
     EXPECT(context, kSelectionPolicy, answer == predicted,
            "media type \"%s\" key \"%s\" with key \"%s\" held: %s", mediaType.c_str(), key.c_str(),

@@ -1,13 +1,11 @@
-// What quorl-host expects of the state the library keeps under its bridge mutex, and the checked
-// operations on it: the shutdown gate, the keys of the named-integer map, the constants, the registry
-// ledger of the script threads, the log buffer's producers and polls, and the asset callback relay.
+// The model of what the library keeps under its bridge mutex, and the checked operations on it: the
+// shutdown gate, named-integer keys, constants, the script threads' registry ledger, the log buffer's
+// producers and polls, and the asset callback relay.
 //
-// Ownership and threads: BridgeModel is guarded by the library's own bridge mutex. It is read and written
-// only by a thread that holds that mutex through Lock, or inside a callback that the library runs with it
-// held; so each model change is one step with the library call it mirrors. The one exception is the
-// session, whose main thread changes the relay's callbacks between frames while no handler runs. The
-// ledgers' counters are atomics, each written by its owner. The relay's callbacks run on the playback
-// thread, the only one that calls the handlers.
+// Threads: BridgeModel is guarded by the library's own bridge mutex: only a thread that holds it (through
+// Lock, or in a callback the library runs with it held) touches the model, so each change is one step
+// with the call it mirrors. (A session's main thread also changes the relay's callbacks between frames,
+// while no handler runs.) Ledger counters are atomics written by their owner.
 #pragma once
 
 #include <atomic>
@@ -26,9 +24,8 @@ namespace quorl::host {
 enum Slot : int { kNone = 0, kFirst = 1, kSecond = 2 };
 enum RelayKind : int { kInitialised = 0, kSelect = 1, kData = 2 };
 
-// The shutdown gate: a request with objects present leaves a pending shutdown that the removal which
-// empties the registry delivers. Whether the flag is set is not always knowable: a removal that empties
-// the registry while no callback is set clears it silently, so the model says "unknown" until it sees.
+// A request with objects present leaves a shutdown pending for the removal that empties the registry. A
+// removal that empties it with no callback set clears the flag silently: then the model says "unknown".
 enum class PendingShutdown { kNo, kYes, kUnknown };
 
 struct SharedObject {
@@ -69,19 +66,17 @@ void UnderLock(ThreadContext& context, bool nested, Body&& body) {
   CALL(context, Unlock)();
 }
 
-// The shutdown gate, each under Lock. RemoveSceneObject marks its call as one that may deliver the
-// notice; TriggerShutdown checks the immediate outcome of a request against the rules.
+// The shutdown gate, under Lock. Trigger checks what a request does at once; Remove may deliver a notice.
 void SetShutdownCallback(ThreadContext& context, Slot slot);
 void TriggerShutdown(ThreadContext& context);
 void RemoveSceneObject(ThreadContext& context, int32_t handle);
 // Seen an empty registry: no shutdown can be pending any more, and none may have been lost.
 void SawEmptyRegistry(ThreadContext& context);
-// Every other thread stopped and every script's object removed: removes the shared objects and plays the
-// gate's rules through once more.
+// Every other thread stopped, the scripts' objects removed: removes the rest, plays the rules once more.
 void CheckShutdownGate(ThreadContext& main);
 
-// Keys and their model: a set (never creates), an increment as one step (creates the key at `amount`;
-// under Lock when others share it), and a comparison, reported as `check`.
+// Keys and their model: a set (never creates), an increment (creates at `amount`; under Lock when shared)
+// and a comparison, reported as `check`.
 void SetKey(ThreadContext& context, KeyModel& model, const std::string& key, int32_t value);
 void AddToKey(ThreadContext& context, KeyModel& model, const std::string& key, int32_t amount);
 void CheckKey(ThreadContext& context, Check check, const KeyModel& model, const std::string& key);
@@ -90,8 +85,7 @@ void CheckKey(ThreadContext& context, Check check, const KeyModel& model, const 
 // without a text.
 void CheckConstants(ThreadContext& context, bool all);
 
-// Each script thread's share of the scene object registry. A word packs the thread's record count with
-// the change of the call it is making (0 when none), so one load tells "count, or count plus change".
+// Each script's share of the registry: its record count and the change of the call under way, one word.
 class RegistryLedger {
  public:
   explicit RegistryLedger(int threads);
@@ -105,9 +99,8 @@ class RegistryLedger {
   int threads_;
 };
 
-// Log entries read "[<producer> #<n>] <text> |<hash>": n counts a producer's entries from 1, and the
-// hash covers the level and all before it, so a poller tells a whole entry from a damaged one. A
-// producer belongs to one thread, which numbers its entries; the count it added may be read anywhere.
+// Log entries read "[<producer> #<n>] <text> |<hash>", the hash over the level and all before it, so a
+// poller tells a whole entry from a damaged one. A producer belongs to the one thread that numbers them.
 struct LogProducer {
   explicit LogProducer(std::string producerName) : name(std::move(producerName)) {}
   const std::string name;
@@ -120,8 +113,7 @@ class LogLedger {
   LogProducer& AddProducer(const std::string& name);  // before the threads start
   // Adds the producer's next entry; false when enough undelivered entries wait already.
   bool Add(ThreadContext& context, LogProducer& producer, int32_t level, const std::string& text);
-  // Under Lock: Get, copy and Pop up to `limit` entries and check each; returns how many. With `own`, now
-  // and then adds one of its entries between a Get and its Pop, to see the entry in view stay put.
+  // Under Lock: Get, copy and Pop up to `limit` entries, checking each; `own` adds between Get and Pop.
   int Poll(ThreadContext& context, int limit, LogProducer* own);
   // Under Lock, nothing added any more: every producer's entries all arrived, and none is left.
   void CheckComplete(ThreadContext& context);
@@ -141,23 +133,16 @@ class LogLedger {
   std::string lastMessage_;
 };
 
-// The built-in representation policy: anything but a volumetric media type ("volumetric/" and more) is
-// accepted; the first volumetric offer with a non-empty key fixes the key, and from then on only it is.
+// The built-in policy: non-volumetric media types are accepted; the first volumetric offer ("volumetric/"
+// and more) with a non-empty key fixes the key, and from then on only that key is accepted.
 enum class PolicyOutcome { kNotVolumetric, kEmptyKey, kKeyFixed, kSameKey, kOtherKey };
 bool IsVolumetric(const std::string& mediaType);
-class SelectionPolicy {
- public:
-  PolicyOutcome Decide(const std::string& mediaType, const std::string& key);
-  const std::string& key() const { return key_; }
+// Decides an offer as the policy does, with `held` the key it holds (empty while none is fixed).
+PolicyOutcome DecideByPolicy(std::string* held, const std::string& mediaType, const std::string& key);
 
- private:
-  std::string key_;
-};
-
-// One handler call of the relay: what its callback must receive, and what happened. The host has two
-// functions per callback, so a relay that calls a stale one is caught. The first is the session's host:
-// it counts what reaches it in "host.assetsInitialised", calling back into the library from inside the
-// callback, logs, and refuses volumetric "high" offers; the second answers by the second value's parity.
+// One handler call: what its callback must receive, and what happened. The host has two functions per
+// callback, so a stale one is caught: the first counts initialisations in "host.assetsInitialised" (from
+// inside the callback), logs, and refuses volumetric "high"; the second answers by value1's parity.
 struct RelayEvent {
   RelayKind kind = kInitialised;
   int32_t value0 = 0, value1 = 0;
@@ -175,8 +160,7 @@ void SetRelayHostLog(LogLedger* ledger, LogProducer* log);  // the playback thre
 int64_t HostInitialisations();                              // how many reached the first host function
 // Sets callback `kind` to the host function in `slot`, and the model with it.
 void SetRelayCallback(ThreadContext& context, RelayKind kind, Slot slot);
-// Calls the handler of `event` and checks what reached the host; returns the handler's answer.
-// `callbacksKnown`: nobody changes the callbacks meanwhile, so which one must run, if any, is known.
-bool Deliver(ThreadContext& context, RelayEvent& event, bool callbacksKnown, SelectionPolicy& policy);
+// Calls the handler and checks what reached the host; `callbacksKnown`: nobody may change them meanwhile.
+bool Deliver(ThreadContext& context, RelayEvent& event, bool callbacksKnown, std::string* policyKey);
 
 }  // namespace quorl::host

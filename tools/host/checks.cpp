@@ -18,7 +18,6 @@ const char* const kCheckNames[kCheckCount] = {
 std::mutex detailsMutex;
 std::vector<std::string> details[kCheckCount];  // the first three of each check
 std::atomic<int64_t> failures{0};
-std::atomic<bool> printAtOnce{false};
 thread_local ThreadContext* currentContext = nullptr;
 
 }  // namespace
@@ -47,8 +46,6 @@ bool ThreadContext::Failed(Check check, const std::string& detail) {
   const std::string line = "[" + label() + "] " + detail;
   std::lock_guard<std::mutex> guard(detailsMutex);
   if (details[i].size() < 3) details[i].push_back(line);
-  if (printAtOnce.load() && failed[i] <= 5)
-    std::fprintf(stderr, "quorl-host: FAILED  %s %s\n", kCheckNames[i], line.c_str());
   return false;
 }
 
@@ -62,10 +59,6 @@ void SetCurrentContext(ThreadContext* context) {
 
 int64_t FailuresSoFar() {
   return failures.load(std::memory_order_relaxed);
-}
-
-void PrintFailuresAtOnce(bool enabled) {
-  printAtOnce.store(enabled);
 }
 
 void CheckCoverage(ThreadContext& main, const std::vector<const ThreadContext*>& contexts) {
@@ -99,11 +92,8 @@ int ReportChecks(const std::vector<const ThreadContext*>& contexts, bool all) {
     for (const std::string& detail : details[index])
       std::printf("            %s\n", detail.c_str());
   }
-  if (failedChecks == 0) {
-    std::printf("\nAll %d checks hold.\n", listed);
-  } else {
-    std::printf("\n%d of %d checks FAILED.\n", failedChecks, listed);
-  }
+  const std::string verdict = failedChecks == 0 ? "All " : Printf("%d of ", failedChecks);
+  std::printf("\n%s%d checks %s.\n", verdict.c_str(), listed, failedChecks == 0 ? "hold" : "FAILED");
   std::fflush(stdout);
   return failedChecks;
 }

@@ -65,8 +65,8 @@ class Random {
     state_ ^= state_ >> 27;
     return state_ * 0x2545F4914F6CDD1Dull;
   }
-  // Uniform in [0, bound); bound > 0.
-  uint32_t Below(uint32_t bound) { return static_cast<uint32_t>((Next() >> 32) % bound); }
+  // Uniform in [0, bound); 0 < bound < 2^31.
+  int32_t Below(uint64_t bound) { return static_cast<int32_t>((Next() >> 32) % bound); }
   bool OneIn(uint32_t n) { return Below(n) == 0; }
   int32_t AnyInt() { return static_cast<int32_t>(static_cast<uint32_t>(Next() >> 17)); }
   template <typename T, size_t N>
@@ -109,9 +109,8 @@ struct ThreadContext {
 ThreadContext& CurrentContext();
 void SetCurrentContext(ThreadContext* context);
 
-// Failures in all threads so far, for a progress line; and whether each is also printed at once.
+// Failures in all threads so far, for a progress line.
 int64_t FailuresSoFar();
-void PrintFailuresAtOnce(bool enabled);
 
 // Every export was called at least once by one of `contexts`.
 void CheckCoverage(ThreadContext& main, const std::vector<const ThreadContext*>& contexts);

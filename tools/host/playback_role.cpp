@@ -60,7 +60,7 @@ void PlaybackRole::Frame(int frame) {
 void PlaybackRole::Step() {
   Random& random = context_.random;
   if (random.OneIn(32)) {
-    ledger_.Add(context_, log_, static_cast<int32_t>(random.Below(7)) - 2,
+    ledger_.Add(context_, log_, random.Below(7) - 2,
                 std::string(random.Below(61), static_cast<char>('a' + random.Below(26))));
   }
   if (random.OneIn(64)) {
@@ -82,10 +82,11 @@ void PlaybackRole::Drain() {
 
 // In a session nobody changes the callbacks during a frame; in a soak only Lock keeps them still.
 bool PlaybackRole::Relay(RelayEvent& event) {
-  if (session_ != nullptr) return Deliver(context_, event, true, policy_);
-  if (context_.random.OneIn(2)) return Deliver(context_, event, false, policy_);
+  if (session_ != nullptr) return Deliver(context_, event, true, &policyKey_);
+  if (context_.random.OneIn(2)) return Deliver(context_, event, false, &policyKey_);
   bool answer = false;
-  UnderLock(context_, context_.random.OneIn(4), [&] { answer = Deliver(context_, event, true, policy_); });
+  UnderLock(context_, context_.random.OneIn(4),
+            [&] { answer = Deliver(context_, event, true, &policyKey_); });
   return answer;
 }
 
@@ -106,7 +107,7 @@ void PlaybackRole::StartAsset(int phase) {
                     {"volumetric", "low", {}}};
   } else {
     const bool soak = session_ == nullptr;
-    for (int i = 3 + static_cast<int>(random.Below(3)); i > 0; --i)
+    for (int i = 3 + random.Below(3); i > 0; --i)
       asset.offers.push_back(
           {kMediaTypes[random.Below(soak ? 10 : 5)], kKeys[random.Below(soak ? 6 : 4)], {}});
   }
@@ -136,7 +137,7 @@ void PlaybackRole::StartAsset(int phase) {
     }
     if (answer && asset.chosen < 0) asset.chosen = static_cast<int>(i);
   }
-  report.keyAtEnd = policy_.key();
+  report.keyAtEnd = policyKey_;
 
   const bool unavailable = asset.index > 0 && random.OneIn(8);
   if (asset.chosen < 0 || unavailable) {
@@ -156,7 +157,7 @@ void PlaybackRole::StartAsset(int phase) {
 // null one raises, and the key stays open.
 void PlaybackRole::NullKey(Offer& offer, const Asset& asset) {
   UnderLock(context_, false, [&] {
-    if (Model().relay[kSelect] != kNone || !policy_.key().empty() || !IsVolumetric(offer.mediaType)) return;
+    if (Model().relay[kSelect] != kNone || !policyKey_.empty() || !IsVolumetric(offer.mediaType)) return;
     offer.descriptor.selectionKey = nullptr;
     std::string seen = "no exception";
     try {

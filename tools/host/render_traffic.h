@@ -1,16 +1,11 @@
-// RenderTraffic: render events from the threads that queue them through the five queue exports to the
-// render thread that fires them, with a record per event that proves it ran once, under the id it was
-// queued for, with the arguments it was given.
+// RenderTraffic: render events from the queuing threads to the render thread, with a record per event
+// that proves it ran once, under the id it was queued for, with its arguments. Each queuing thread owns a
+// ring of records, each reused once its event ran; a token (producer, index, generation) is the first
+// argument, except for the plain shape, counted per id instead. Ids are handed over at the end of each
+// frame in a session, in bursts of random size in a soak, so that many pend and the table gets holes.
 //
-// Each queuing thread owns an EventProducer: a ring of records, each reused only after its event ran.
-// The shapes with integers carry a token (producer, ring index, generation) as their first argument; the
-// plain shape cannot, so it is counted per id on both sides. Ids wait in the producer's backlog until it
-// hands them over: in a session at the end of each frame, in a soak in bursts of random size, so that
-// many events pend at once and the slot table gets holes.
-//
-// Threads: Queue and HandOver run on the producer's owner (a script thread, or the render thread for the
-// follow-ups that render work queues); Fire and RenderStep on the one thread that fires at a time; Finish
-// on the main thread once every other has stopped. The callbacks find the one RenderTraffic globally.
+// Threads: Queue and HandOver on the producer's owner (a script thread; the render thread for follow-ups),
+// Fire and RenderStep on the one firing thread, Finish on the main thread once every other has stopped.
 #pragma once
 
 #include <atomic>
@@ -62,23 +57,10 @@ struct EventProducer {
   std::vector<HandedEvent> handedOver;
 };
 
-struct RenderReport {
-  int64_t queued[kShapeCount] = {};
-  int64_t fired = 0, firedOther = 0;  // as handed over; and repeats and ids nobody handed over
-  int64_t ran = 0, lost = 0, ranTwice = 0, wrongId = 0;
-  int64_t followUps = 0, followUpsOnOwnId = 0;  // queued from inside render work; those that got its id
-  int64_t pendingAtEnd = 0, probes = 0;
-  int32_t highestId = 0;
-};
-
-// Prints the render part of a summary; `framesRendered` when fired frame by frame, else -1.
-void PrintRenderSummary(const RenderReport& report, int64_t framesRendered);
-
 class RenderTraffic {
  public:
   // `producers` rings: one per script thread and one for the render thread's follow-ups (the last).
-  // `handedOnly`: nothing but the handed ids is fired, each once (a session), so plain ones are checked too.
-  RenderTraffic(int producers, bool handedOnly);
+  explicit RenderTraffic(int producers);
   ~RenderTraffic();
   RenderTraffic(const RenderTraffic&) = delete;
   RenderTraffic& operator=(const RenderTraffic&) = delete;
@@ -101,7 +83,9 @@ class RenderTraffic {
   size_t RenderStep(ThreadContext& context);
   // Main thread, all others stopped: checks the slot table against the records and fires what pends.
   // `nothingPends`: every id was handed over and fired, so no event may be left pending.
-  RenderReport Finish(ThreadContext& context, bool nothingPends);
+  void Finish(ThreadContext& context, bool nothingPends);
+  // Afterwards: the render part of a summary; `framesRendered` when fired frame by frame, else -1.
+  void PrintSummary(int64_t framesRendered) const;
   int64_t ran() const { return ran_.load(std::memory_order_relaxed); }
 
   // Called by the native callbacks.
@@ -118,7 +102,6 @@ class RenderTraffic {
   int32_t QueueProbe(ThreadContext& context);
 
   std::vector<std::unique_ptr<EventProducer>> producers_;
-  const bool handedOnly_;
   const int32_t slotBound_;  // no more events than this ever pend at once
   std::unique_ptr<std::atomic<int32_t>[]> plainQueued_, plainRan_;
   std::atomic<int32_t> plainOutstanding_{0};
@@ -126,8 +109,9 @@ class RenderTraffic {
   std::atomic<bool> followUpsEnabled_{true};
   std::atomic<int64_t> ran_{0}, ranTwice_{0}, wrongId_{0};
   void (*fire_)(int32_t) = nullptr;
-  // The firing thread's.
-  int64_t fired_ = 0, firedOther_ = 0, lost_ = 0;
+  // The firing thread's: ids fired as handed over, other fires (repeats, ids nobody handed over), and fires
+  // whose pending event did not run; then what Finish found pending, and its probes of the free slots.
+  int64_t fired_ = 0, firedOther_ = 0, lost_ = 0, pendingAtEnd_ = 0;
   struct Probe {
     int32_t id = 0;
     std::atomic<int32_t> runs{0}, firedUnder{0};

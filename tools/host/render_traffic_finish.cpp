@@ -25,12 +25,10 @@ int32_t RenderTraffic::QueueProbe(ThreadContext& context) {
   return id;
 }
 
-RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
-  RenderReport report;
+void RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
   followUpsEnabled_.store(false, std::memory_order_relaxed);
   if (fire_ == nullptr) StartFiring(context);
   const int32_t highest = highestId_.load(std::memory_order_relaxed);
-  report.highestId = highest;
 
   // What the records say is pending, by slot.
   const auto tableSize = static_cast<size_t>(highest - kIdBase + 1);
@@ -40,7 +38,7 @@ RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
     EXPECT(context, kSlotReuse, pending[slot] == 0, "two events pend under id %d (the second a %s)", id,
            what);
     pending[slot] = 1;
-    ++report.pendingAtEnd;
+    ++pendingAtEnd_;
   };
   for (auto& producer : producers_) {
     for (uint32_t i = 0; i < EventProducer::kRing; ++i) {
@@ -49,8 +47,6 @@ RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
         markPending(record.queuedId, ShapeName(record.shape));
       }
     }
-    for (int s = 0; s < kShapeCount; ++s)
-      report.queued[s] += producer->queued[s];
   }
   for (size_t slot = 0; slot < tableSize; ++slot) {
     const int32_t difference = plainQueued_[slot].load() - plainRan_[slot].load();
@@ -59,9 +55,9 @@ RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
            plainQueued_[slot].load(), plainRan_[slot].load());
     if (difference == 1) markPending(kIdBase + static_cast<int32_t>(slot), "plain");
   }
-  EXPECT(context, kEventRunsOnce, !nothingPends || report.pendingAtEnd == 0,
+  EXPECT(context, kEventRunsOnce, !nothingPends || pendingAtEnd_ == 0,
          "%lld events never ran, though every id was handed over and fired",
-         static_cast<long long>(report.pendingAtEnd));
+         static_cast<long long>(pendingAtEnd_));
 
   // Every free slot must be handed out again, lowest first, and only then the table grows by one.
   std::vector<int32_t> expected;
@@ -75,7 +71,7 @@ RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
     const int32_t id = QueueProbe(context);
     EXPECT(context, kSlotReuse, id == want || reported++ >= 3,
            "with %lld events pending, a new event got id %d where the lowest free id is %d",
-           static_cast<long long>(report.pendingAtEnd), id, want);
+           static_cast<long long>(pendingAtEnd_), id, want);
   }
 
   // Fire the whole table once: every pending event and every probe must run, nothing else.
@@ -94,7 +90,6 @@ RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
              ShapeName(record.shape), record.queuedId);
       }
     }
-    report.followUpsOnOwnId += producer->followUpsOnOwnId;
   }
   for (size_t slot = 0; slot < tableSize; ++slot) {
     if (plainQueued_[slot].load() != plainRan_[slot].load() && neverRan++ < 3) {
@@ -118,40 +113,36 @@ RenderReport RenderTraffic::Finish(ThreadContext& context, bool nothingPends) {
   FireId(context, first);
   EXPECT(context, kEventRunsOnce, probes_[last].runs.load() == 1, "the last probe ran %d times",
          probes_[last].runs.load());
-
-  report.probes = probeCount_;
-  report.fired = fired_;
-  report.firedOther = firedOther_;
-  report.ran = ran_.load();
-  report.lost = lost_;
-  report.ranTwice = ranTwice_.load();
-  report.wrongId = wrongId_.load();
-  for (int64_t queued : producers_.back()->queued)
-    report.followUps += queued;
-  return report;
 }
 
-void PrintRenderSummary(const RenderReport& report, int64_t framesRendered) {
-  int64_t queued = 0;
+void RenderTraffic::PrintSummary(int64_t framesRendered) const {
+  int64_t queued[kShapeCount + 1] = {}, followUpsOnOwnId = 0;
+  for (const auto& producer : producers_) {
+    for (int shape = 0; shape < kShapeCount; ++shape)
+      queued[shape] += producer->queued[shape];
+    followUpsOnOwnId += producer->followUpsOnOwnId;
+  }
   std::string shapes;
   for (int shape = 0; shape < kShapeCount; ++shape) {
-    queued += report.queued[shape];
-    shapes += std::string(shape == 0 ? "" : " | ") + ShapeName(static_cast<Shape>(shape)) + " " +
-              Grouped(report.queued[shape]);
+    queued[kShapeCount] += queued[shape];
+    shapes += (shape == 0 ? "" : " | ") + std::string(ShapeName(static_cast<Shape>(shape))) + " " +
+              Grouped(queued[shape]);
   }
+  int64_t followUps = 0;
+  for (const int64_t count : producers_.back()->queued)
+    followUps += count;
   std::printf("Render events     %s queued, %s fired, %s ran: lost %s, ran twice %s, under a wrong id %s\n",
-              Grouped(queued).c_str(), Grouped(report.fired).c_str(), Grouped(report.ran).c_str(),
-              Grouped(report.lost).c_str(), Grouped(report.ranTwice).c_str(),
-              Grouped(report.wrongId).c_str());
+              Grouped(queued[kShapeCount]).c_str(), Grouped(fired_).c_str(), Grouped(ran_.load()).c_str(),
+              Grouped(lost_).c_str(), Grouped(ranTwice_.load()).c_str(), Grouped(wrongId_.load()).c_str());
   std::printf(
       "                  %s\n                  %s follow-ups queued from inside render work (%s got the id "
       "they ran under)\n",
-      shapes.c_str(), Grouped(report.followUps).c_str(), Grouped(report.followUpsOnOwnId).c_str());
-  std::printf("                  ids 16000..%d (slots are reused as they free up), %s\n", report.highestId,
+      shapes.c_str(), Grouped(followUps).c_str(), Grouped(followUpsOnOwnId).c_str());
+  std::printf("                  ids 16000..%d (slots are reused as they free up), %s\n", highestId_.load(),
               framesRendered >= 0 ? (Grouped(framesRendered) + " frames rendered").c_str()
-                                  : (Grouped(report.firedOther) + " other fires").c_str());
+                                  : (Grouped(firedOther_) + " other fires").c_str());
   std::printf("                  %s pending at the end, %s probes of the free slots\n",
-              Grouped(report.pendingAtEnd).c_str(), Grouped(report.probes).c_str());
+              Grouped(pendingAtEnd_).c_str(), Grouped(probeCount_).c_str());
 }
 
 }  // namespace quorl::host

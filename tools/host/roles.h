@@ -1,23 +1,20 @@
-// The roles of quorl-host's threads, and the World they share. One role class per kind of thread, each
-// playing either a session (a frame at a time) or a soak (a random step at a time):
+// The roles of quorl-host's threads and the World they share; each role plays a session a frame at a time
+// (Frame) or a soak a random step at a time (Step).
 //
-// ScriptRole, a game-script thread. It queues render work, keeps scene objects and map keys of its own
-// (so its model of them is exact) and log entries it numbers, and changes the keys and objects that all
-// scripts share under Lock. In a session, each frame it reads the frame the engine published, queues and
-// hands over its render work, spawns and despawns objects, reads one back through a small buffer first
-// and a larger one while the text was cut, and now and then walks the registry; once the shutdown is
-// requested it tears its objects down. In a soak it calls the surface in a random mix instead:
-// transactions under nested Lock over the shared keys and objects, the relay's callbacks, the constants,
-// the null-text failures; script 0 also owns the shutdown gate and RegisterUnityPlugin.
+// ScriptRole: a game script. It queues render work, keeps its own scene objects and keys (so its model is
+// exact) and log entries, and changes shared keys and objects under Lock. Each frame of a session it reads
+// the published frame, hands over its render work, spawns and despawns objects, reads one back through a
+// small buffer first and a larger one while the text was cut, and now and then walks the registry; after
+// the shutdown request it tears down. A soak mixes transactions under nested Lock, the relay's callbacks,
+// constants and null texts; script 0 owns the shutdown gate and RegisterUnityPlugin.
 //
-// PlaybackRole, the playback library's thread. It streams assets through the StaticHandler_* exports:
-// each is initialised, its representations are offered for selection, and the chosen one's data arrives
-// in chunks. A session runs in three phases: the built-in policy decides, then the host's callbacks, then
-// the policy again with the key as it stood. In a soak other threads change the callbacks meanwhile, the
-// calls go under Lock or not, and the arguments vary down to the float's bits.
+// PlaybackRole: the playback library. It streams assets through the StaticHandler_* exports: initialised,
+// representations offered, data in chunks. A session has three phases: the built-in policy decides, then
+// the host's callbacks, then the policy with the key as it stood. In a soak others change the callbacks
+// meanwhile, calls go under Lock or not, and the float arguments vary bit by bit.
 //
-// Threads: each role runs on its own thread; CheckEnd, RemoveAll (in a soak), Finish and the summaries
-// run on the main thread once every other thread has stopped. The World is built and finished there too.
+// Threads: each role on its own thread; CheckEnd, RemoveAll, Finish and the summaries on the main thread
+// once every other has stopped, where the World is built too.
 #pragma once
 
 #include <cstdint>
@@ -131,7 +128,7 @@ class PlaybackRole {
   LogProducer& log_;
   LogProducer& hostLog_;
   const SessionPlan* session_;
-  SelectionPolicy policy_;
+  std::string policyKey_;        // what the built-in policy is predicted to hold
   std::deque<Asset> streaming_;  // deque: an asset's address is handed to the library and must not move
   PhaseReport phases_[3];
   int assetsStarted_ = 0, assetsReady_ = 0, assetsFailed_ = 0;
@@ -153,8 +150,8 @@ struct World {
   ThreadContext& renderContext() { return *contexts[scripts.size() + 1]; }
   ThreadContext& pollerContext() { return *contexts[scripts.size() + 2]; }
   std::vector<const ThreadContext*> All() const;
-  // The end checks of both modes, once every other thread has stopped; returns the render report.
-  RenderReport Finish(bool session);
+  // The end checks of both modes, once every other thread has stopped.
+  void Finish(bool session);
 };
 
 }  // namespace quorl::host

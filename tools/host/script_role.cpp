@@ -47,7 +47,7 @@ void ScriptRole::Frame(int frame, const SessionPlan& plan) {
 
   EventProducer& producer = world_.traffic.producer(index_);
   int32_t count = 0;
-  for (int i = plan.eventsPerFrame / 2 + static_cast<int>(random.Below(plan.eventsPerFrame + 1)); i > 0; --i)
+  for (int i = plan.eventsPerFrame / 2 + random.Below(plan.eventsPerFrame + 1); i > 0; --i)
     count += world_.traffic.Queue(context_, producer) != 0 ? 1 : 0;
   world_.traffic.HandOver(producer);
   queued += count;
@@ -63,13 +63,13 @@ void ScriptRole::Frame(int frame, const SessionPlan& plan) {
     }
     // At least two objects each, so the registry is never empty while no shutdown is under way.
     while (objects_.size() < 2 || (objects_.size() < 8 && random.OneIn(3)))
-      AddObject(frame + 5 + static_cast<int>(random.Below(36)));
+      AddObject(frame + 5 + random.Below(36));
   } else if (frame == plan.frames - 1) {
     RemoveAll(context_);
   } else if (!objects_.empty()) {
     RemoveObject(context_, objects_.front().handle);
   }
-  if (!objects_.empty()) Inspect(objects_[random.Below(static_cast<uint32_t>(objects_.size()))]);
+  if (!objects_.empty()) Inspect(objects_[random.Below(objects_.size())]);
   if ((frame + index_ * 7) % 25 == 0) UnderLock(context_, false, [&] { WalkRegistry(context_); });
 }
 
@@ -83,7 +83,7 @@ const ScriptRole::Object* ScriptRole::FirstWithHandle(int32_t handle) const {
 void ScriptRole::AddObject(int despawnFrame) {
   Random& random = context_.random;
   const std::string kind = random.Pick(kObjectKinds);
-  Object object{handleBase_ + 1 + static_cast<int32_t>(random.Below(kHandles)),  // duplicates happen
+  Object object{handleBase_ + 1 + random.Below(kHandles),  // duplicates happen
                 context_.label() + "/" + kind.substr(0, 16) + std::to_string(++names_), kind, despawnFrame};
   world_.registry.Begin(index_, static_cast<int32_t>(objects_.size()), 1);
   CALL(context_, Scene_Objects_Add)(object.handle, object.name.c_str(), object.type.c_str());

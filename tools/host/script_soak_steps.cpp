@@ -68,10 +68,10 @@ void ScriptRole::Step() {
   } else if (choice < 45 || choice >= 92 || (choice >= 89 && !owner)) {
     SceneStep();
   } else if (choice < 60) {
-    KeyStep(context_, keyModel_, keys_[random.Below(static_cast<uint32_t>(keys_.size()))], Check::kMapModel);
+    KeyStep(context_, keyModel_, keys_[random.Below(keys_.size())], Check::kMapModel);
   } else if (choice < 68) {
     // A tail of varying length, often past any small-text limit.
-    world_.log.Add(context_, log_, static_cast<int32_t>(random.Below(7)) - 2,
+    world_.log.Add(context_, log_, random.Below(7) - 2,
                    std::string(random.Below(61), static_cast<char>('a' + random.Below(26))));
   } else if (choice < 80) {
     Transaction();
@@ -91,8 +91,9 @@ void ScriptRole::CheckAnyBuffer(int32_t handle) {
   const bool type = random.OneIn(2);
   const Object* object = FirstWithHandle(handle);
   const size_t length = object != nullptr ? (type ? object->type : object->name).size() : random.Below(20);
-  const size_t sizes[] = {0,  length, length + 1, length > 0 ? length - 1 : 1, 1 + random.Below(length + 4),
-                          128};
+  const size_t sizes[] = {0,          length,
+                          length + 1, length > 0 ? length - 1 : 1,
+                          128,        static_cast<size_t>(1 + random.Below(length + 4))};
   CheckBuffer(handle, type, random.Pick(sizes));
 }
 
@@ -101,7 +102,7 @@ void ScriptRole::SceneStep() {
   if (--phaseLeft_ <= 0) {
     // Threads take turns at holding nothing, so the whole registry empties now and then.
     emptyPhase_ = !emptyPhase_;
-    phaseLeft_ = 50 + static_cast<int>(random.Below(300));
+    phaseLeft_ = 50 + random.Below(300);
   }
   const Object* some = objects_.empty() ? nullptr : &objects_[random.Below(objects_.size())];
   const int32_t someHandle =
@@ -127,8 +128,7 @@ void ScriptRole::SceneStep() {
            "Scene_Objects_GetCount gave %d while this thread alone holds %zu", count, objects_.size());
   } else if (!objects_.empty()) {  // with no records the index is not checked, by design
     const bool negative = random.OneIn(3);
-    const int32_t index =
-        negative ? -1 - static_cast<int32_t>(random.Below(3)) : static_cast<int32_t>(random.Below(64));
+    const int32_t index = negative ? -1 - random.Below(3) : random.Below(64);
     const int32_t handle = CALL(context_, Scene_Objects_GetHandleAtIndex)(index);
     const bool plausible =
         handle == 0 || (handle > kSharedHandleBase && handle <= kSharedHandleBase + kSharedHandles) ||
@@ -144,7 +144,7 @@ void ScriptRole::SharedObjectStep() {
   Random& random = context_.random;
   std::vector<SharedObject>& objects = Model().sharedObjects;
   if (objects.size() < 3 && random.OneIn(2)) {
-    const int32_t handle = kSharedHandleBase + 1 + static_cast<int32_t>(random.Below(kSharedHandles));
+    const int32_t handle = kSharedHandleBase + 1 + random.Below(kSharedHandles);
     const std::string name = "shared/t" + std::to_string(index_) + "/" + std::to_string(++names_);
     CALL(context_, Scene_Objects_Add)(handle, name.c_str(), "shared");
     objects.push_back(SharedObject{handle, name});
@@ -172,10 +172,9 @@ void ScriptRole::Transaction() {
       SharedObjectStep();
       if (random.OneIn(2)) WalkRegistry(context_);
     } else if (choice < 7) {
-      world_.log.Poll(context_, 1 + static_cast<int>(random.Below(16)), &log_);
+      world_.log.Poll(context_, 1 + random.Below(16), &log_);
     } else if (choice == 7) {
-      KeyStep(context_, keyModel_, keys_[random.Below(static_cast<uint32_t>(keys_.size()))],
-              Check::kMapModel);
+      KeyStep(context_, keyModel_, keys_[random.Below(keys_.size())], Check::kMapModel);
     } else if (choice == 8) {
       SetRelayCallback(context_, static_cast<RelayKind>(random.Below(3)), static_cast<Slot>(random.Below(3)));
     } else if (!objects_.empty()) {
@@ -194,25 +193,50 @@ void ScriptRole::NullTexts() {
   const int32_t handle = handleBase_ + 1;
   // Scene_Objects_Add must append nothing, or the walks would see a handle the model does not have; a
   // null name to look up is only noticed when there is a record to compare it with.
-  const std::pair<const char*, std::function<void()>> calls[] = {
-      {"Map_Add", [&] { CALL(c, Map_Add)
-                        (nullptr, 1); }},
-      {"Map_Remove", [&] { CALL(c, Map_Remove)
-                           (nullptr); }},
-      {"Map_Contains", [&] { CALL(c, Map_Contains)
-                             (nullptr); }},
-      {"Map_GetValue", [&] { CALL(c, Map_GetValue)
-                             (nullptr); }},
-      {"Map_SetValue", [&] { CALL(c, Map_SetValue)
-                             (nullptr, 2); }},
-      {"Scene_Objects_Add (name)", [&] { CALL(c, Scene_Objects_Add)
-                                         (handle, nullptr, "type"); }},
-      {"Scene_Objects_Add (type)", [&] { CALL(c, Scene_Objects_Add)
-                                         (handle, "name", nullptr); }},
-      {"LogBuffer_Add", [&] { CALL(c, LogBuffer_Add)
-                              (0, nullptr); }},
-      {"Scene_Objects_GetHandleFromName", [&] { CALL(c, Scene_Objects_GetHandleFromName)
-                                                (nullptr); }}};
+  const std::pair<const char*, std::function<void()>> calls[] = {{"Map_Add",
+                                                                  [&] {
+                                                                    CALL(c, Map_Add)
+                                                                    (nullptr, 1);
+                                                                  }},
+                                                                 {"Map_Remove",
+                                                                  [&] {
+                                                                    CALL(c, Map_Remove)
+                                                                    (nullptr);
+                                                                  }},
+                                                                 {"Map_Contains",
+                                                                  [&] {
+                                                                    CALL(c, Map_Contains)
+                                                                    (nullptr);
+                                                                  }},
+                                                                 {"Map_GetValue",
+                                                                  [&] {
+                                                                    CALL(c, Map_GetValue)
+                                                                    (nullptr);
+                                                                  }},
+                                                                 {"Map_SetValue",
+                                                                  [&] {
+                                                                    CALL(c, Map_SetValue)
+                                                                    (nullptr, 2);
+                                                                  }},
+                                                                 {"Scene_Objects_Add (name)",
+                                                                  [&] {
+                                                                    CALL(c, Scene_Objects_Add)
+                                                                    (handle, nullptr, "type");
+                                                                  }},
+                                                                 {"Scene_Objects_Add (type)",
+                                                                  [&] {
+                                                                    CALL(c, Scene_Objects_Add)
+                                                                    (handle, "name", nullptr);
+                                                                  }},
+                                                                 {"LogBuffer_Add",
+                                                                  [&] {
+                                                                    CALL(c, LogBuffer_Add)
+                                                                    (0, nullptr);
+                                                                  }},
+                                                                 {"Scene_Objects_GetHandleFromName", [&] {
+                                                                    CALL(c, Scene_Objects_GetHandleFromName)
+                                                                    (nullptr);
+                                                                  }}};
   UnderLock(c, c.random.OneIn(2), [&] {
     const auto& call = c.random.Pick(calls);
     if (&call != &calls[8] || CALL(c, Scene_Objects_GetCount)() > 0)

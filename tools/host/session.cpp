@@ -111,6 +111,12 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
   });
 
   BridgeModel& model = Model();
+  auto total = [&](int64_t ScriptRole::*count) {
+    int64_t sum = 0;
+    for (const auto& script : world.scripts)
+      sum += (*script).*count;
+    return sum;
+  };
   int liveAtRequest = 0;
   int64_t requestedNs = 0;
   int peakObjects = 0;
@@ -139,13 +145,11 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
     UnderLock(main, false, [&] { world.log.Poll(main, INT_MAX, nullptr); });
     if (options.progress && (frame + 1 == frames || NowNs() - progressNs > 50000000)) {
       progressNs = NowNs();
-      int64_t queued = 0;
-      for (const auto& script : world.scripts)
-        queued += script->queued;
       std::fprintf(stderr,
                    "\r\033[2K  frame %d/%d   events %s queued, %s ran   objects %d   log %s   shutdown %s",
-                   frame + 1, frames, Grouped(queued).c_str(), Grouped(world.traffic.ran()).c_str(),
-                   CALL(main, Scene_Objects_GetCount)(), Grouped(world.log.delivered()).c_str(),
+                   frame + 1, frames, Grouped(total(&ScriptRole::queued)).c_str(),
+                   Grouped(world.traffic.ran()).c_str(), CALL(main, Scene_Objects_GetCount)(),
+                   Grouped(world.log.delivered()).c_str(),
                    frame < plan.shutdownFrame ? "not requested"
                    : model.callsInRemove == 0 ? "pending"
                                               : "done");
@@ -160,14 +164,7 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
   const int64_t sessionNs = NowNs() - startNs;
 
   // The session's own end checks, then those of every run.
-  int64_t spawned = 0, removed = 0, lookups = 0, retries = 0;
-  for (const auto& script : world.scripts) {
-    spawned += script->spawned;
-    removed += script->removed;
-    lookups += script->lookups;
-    retries += script->retries;
-  }
-  bool noticeAtOnce = false;
+  const int64_t spawned = total(&ScriptRole::spawned), removed = total(&ScriptRole::removed);
   UnderLock(main, false, [&] {
     for (const char* key : {"render.queuedByScripts", "scene.spawned", "engine.frame"})
       CheckKey(main, Check::kSharedModel, model.sharedKeys, key);
@@ -178,41 +175,27 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
            "%lld notices on removal, %lld on request, %d objects left",
            static_cast<long long>(model.callsInRemove), static_cast<long long>(model.callsInTrigger),
            remaining);
-    // A second request on the empty registry is carried out at once.
-    const int64_t before = model.shutdownCalls;
-    TriggerShutdown(main);
-    noticeAtOnce = model.shutdownCalls == before + 1;
   });
-  const int noticeFrame = model.removalNoticeFrame;
-  const int64_t noticeNs = model.removalNoticeNs;
-  const std::string noticeOn = model.removalNoticeOn;
-  const int32_t queuedByScripts = CALL(main, Map_GetValue)("render.queuedByScripts");
-  const int32_t spawnedByScripts = CALL(main, Map_GetValue)("scene.spawned");
-  const RenderReport render = world.Finish(true);
+  const BridgeModel notice = model;
+  world.Finish(true);
 
   // The summary.
   std::printf("\nquorl-host: %s frames in %s\n\n", Grouped(frames).c_str(), Duration(sessionNs).c_str());
-  PrintRenderSummary(render, framesRendered);
+  world.traffic.PrintSummary(framesRendered);
   std::printf(
       "Scene objects     %s added, %s removed, at most %d at once\n"
       "                  %s look-ups by handle and name; %s retries with a larger buffer after a cut text\n",
-      Grouped(spawned).c_str(), Grouped(removed).c_str(), peakObjects, Grouped(lookups).c_str(),
-      Grouped(retries).c_str());
+      Grouped(spawned).c_str(), Grouped(removed).c_str(), peakObjects,
+      Grouped(total(&ScriptRole::lookups)).c_str(), Grouped(total(&ScriptRole::retries)).c_str());
   std::printf("Shutdown          requested at frame %d with %d objects; ", plan.shutdownFrame, liveAtRequest);
-  if (noticeFrame >= 0) {
+  if (notice.removalNoticeFrame >= 0) {
     std::printf("notice at frame %d, %s later,\n                  on %s as it removed the last object\n",
-                noticeFrame, Duration(noticeNs - requestedNs).c_str(), noticeOn.c_str());
+                notice.removalNoticeFrame, Duration(notice.removalNoticeNs - requestedNs).c_str(),
+                notice.removalNoticeOn.c_str());
   } else {
     std::printf("no notice came\n");
   }
-  std::printf("                  requested again on the empty registry: %s\n",
-              noticeAtOnce ? "notice at once" : "no notice");
   world.playback->PrintSummary();
-  std::printf(
-      "Named integers    render.queuedByScripts %s, scene.spawned %s\n"
-      "                  playback.assetsReady %d, host.assetsInitialised %d\n",
-      Grouped(queuedByScripts).c_str(), Grouped(spawnedByScripts).c_str(),
-      CALL(main, Map_GetValue)("playback.assetsReady"), CALL(main, Map_GetValue)("host.assetsInitialised"));
   std::printf("Log buffer        %s entries polled frame by frame, %s of them warnings or errors\n",
               Grouped(world.log.delivered()).c_str(), Grouped(world.log.warnings()).c_str());
   if (!world.log.lastMessage().empty())

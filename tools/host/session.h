@@ -1,17 +1,9 @@
-// The two ways quorl-host plays the library through the roles of script, render, playback and log
-// polling threads, checked by one checking layer (checks.h).
-//
-// RunSession plays one paced game session, from registration to the summary. The main thread plays the
-// engine's main loop: it registers the plug-in, opens each frame for the script threads and the playback
-// thread, hands the frame's render event ids to the render thread, polls the log buffer, sets and clears
-// the host's asset callbacks, requests the interface shutdown part-way through and paces the frames.
-//
-// RunSoak calls every export unpaced, in random mixes, from all the roles at once (the log poller a
-// thread of its own), checking each result against the model as it goes and everything again at the end,
-// and reports operations per second.
-//
-// Each owns its threads and joins them before it returns; each prints to standard output and returns
-// true when every check held.
+// The two modes of quorl-host. RunSession plays one paced game session: the main thread plays the engine's
+// main loop (registers the plug-in, runs each frame with the script, playback and render threads, polls
+// the log buffer, sets and clears the host's asset callbacks, requests the shutdown part-way, paces the
+// frames) and prints a summary. RunSoak calls every export unpaced from all roles at once, the log poller
+// a thread of its own, checks all along and at the end, and reports operations per second. Each joins its
+// threads before it returns true when every check held; both print to standard output.
 #pragma once
 
 #include <cstdint>

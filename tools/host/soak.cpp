@@ -13,7 +13,6 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
   std::printf("quorl-host: soak of %g s, %d script threads, seed %u\n", options.seconds,
               options.scriptThreads, options.seed);
   std::fflush(stdout);
-  PrintFailuresAtOnce(true);
   World world(api, options.scriptThreads, options.seed, nullptr);
   ThreadContext& main = world.main;
   SetCurrentContext(&main);
@@ -114,7 +113,7 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
   for (std::thread& thread : threads)
     thread.join();
 
-  const RenderReport report = world.Finish(false);
+  world.Finish(false);
   std::printf("\nOperations per second over %.1f s\n", elapsed);
   uint64_t byRole[kRoleCount + 1] = {};
   for (const ThreadContext* context : all) {
@@ -126,7 +125,7 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
                 Grouped(static_cast<int64_t>(static_cast<double>(byRole[role]) / elapsed)).c_str());
   }
   std::printf("\n");
-  PrintRenderSummary(report, -1);
+  world.traffic.PrintSummary(-1);
   const BridgeModel& model = Model();  // every other thread stopped
   std::printf(
       "Shutdown          %s requests with objects, %s on an empty registry; %s notices at the request, "

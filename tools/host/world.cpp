@@ -3,9 +3,7 @@
 namespace quorl::host {
 
 World::World(const BridgeApi& api, int scriptThreads, uint32_t seed, const SessionPlan* session)
-    : main(api, Role::kMain, 0, seed),
-      traffic(scriptThreads + 1, session != nullptr),
-      registry(scriptThreads) {
+    : main(api, Role::kMain, 0, seed), traffic(scriptThreads + 1), registry(scriptThreads) {
   const Role roles[] = {Role::kPlayback, Role::kRender, Role::kLogPoller};
   for (int i = 0; i < scriptThreads + 3; ++i) {
     const Role role = i < scriptThreads ? Role::kScript : roles[i - scriptThreads];
@@ -24,8 +22,8 @@ std::vector<const ThreadContext*> World::All() const {
   return all;
 }
 
-RenderReport World::Finish(bool session) {
-  const RenderReport report = traffic.Finish(main, session);
+void World::Finish(bool session) {
+  traffic.Finish(main, session);
   playback->Finish(main);
   for (auto& script : scripts)
     script->CheckEnd(main);
@@ -38,7 +36,6 @@ RenderReport World::Finish(bool session) {
     log.CheckComplete(main);
   });
   CheckCoverage(main, All());
-  return report;
 }
 
 }  // namespace quorl::host
