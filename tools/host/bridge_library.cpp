@@ -1,7 +1,6 @@
 #include "bridge_library.h"
 
 #include <dlfcn.h>
-#include <link.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -58,10 +57,7 @@ bool LoadBridge(std::string path, BridgeApi* api, std::string* message) {
     dlclose(handle);
     return false;
   }
-  link_map* map = nullptr;
-  const bool named =
-      dlinfo(handle, RTLD_DI_LINKMAP, &map) == 0 && map->l_name != nullptr && map->l_name[0] != 0;
-  *message = named ? map->l_name : path;
+  *message = path;
   return true;
 }
 

@@ -34,7 +34,7 @@ const char* ExportName(int id);
 
 // Loads the library at `path` (empty: ../lib beside this program, else the build tree it was built in,
 // else the loader's search path) and resolves every export into `api`. On failure returns false and sets
-// `message` to the loader's own text or the list of missing exports; on success, to the file mapped.
+// `message` to the loader's own text or the list of missing exports; on success, to the path loaded.
 bool LoadBridge(std::string path, BridgeApi* api, std::string* message);
 
 }  // namespace quorl::host

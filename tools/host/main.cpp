@@ -1,13 +1,13 @@
 // quorl-host: an engine-host simulator for libQuorlBridge. It loads the library as the engine loads a
 // native plug-in and plays it through all 35 exports: by default a paced headless game session with a
-// summary, or with --soak an unpaced random mix from every role at once. See session.h.
+// summary, or with --soak an unpaced random mix from every role at once. See roles.h.
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-#include "session.h"
+#include "roles.h"
 
 namespace {
 

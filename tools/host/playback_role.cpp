@@ -22,9 +22,10 @@ const char* const kMediaTypes[] = {
     "volumetricmesh/x", "volumetric/a media type longer than any small-text buffer"};
 const char* const kKeys[] = {"high", "medium", "low",
                              "",     "low ",   "a selection key longer than any small-text buffer"};
-const char* const kTitles[] = {"Dancer",    "Street Musician", "Lecture Hall", "Chess Match",
-                               "Juggler",   "Tai Chi",         "Puppet Show",  "Weather Report",
-                               "Beatboxer", "Sculptor",        "Storyteller"};
+// The named integer that holds the representation an asset streams, while it streams.
+std::string RepresentationKey(int asset) {
+  return "asset." + std::to_string(asset) + ".representation";
+}
 
 float AnyAmount(Random& random) {
   const float special[] = {-0.0f, INFINITY, std::nanf("0x12345"), 1e-40f /* subnormal */, FLT_MAX};
@@ -95,7 +96,7 @@ void PlaybackRole::StartAsset(int phase) {
   PhaseReport& report = phases_[phase];
   Asset& asset = streaming_.emplace_back();
   asset.index = assetsStarted_++;
-  asset.label = "asset " + std::to_string(asset.index) + " \"" + random.Pick(kTitles) + "\"";
+  asset.label = "asset " + std::to_string(asset.index);
   if (asset.index == 0) {
     // The first asset shows the policy at work: an empty key leaves the choice open, the next key
     // fixes it, another key is refused, and a bare "volumetric" (no slash) is not volumetric at all.
@@ -131,9 +132,8 @@ void PlaybackRole::StartAsset(int phase) {
     ++report.offers;
     if (select.byPolicy) ++report.outcomes[static_cast<int>(select.outcome)];
     if (select.byPolicy && select.outcome == PolicyOutcome::kKeyFixed) {
-      report.keyFixed = offer.selectionKey;
-      report.keyFixedByAsset = asset.index;
-      report.keyFixedMediaType = offer.mediaType;
+      report.keyFixed = Printf("\"%s\" fixed by asset %d (%s)", offer.selectionKey.c_str(), asset.index,
+                               offer.mediaType.c_str());
     }
     if (answer && asset.chosen < 0) asset.chosen = static_cast<int>(i);
   }
@@ -148,7 +148,7 @@ void PlaybackRole::StartAsset(int phase) {
     return;
   }
   const Offer& chosen = asset.offers[static_cast<size_t>(asset.chosen)];
-  CALL(context_, Map_Add)(("asset." + std::to_string(asset.index) + ".representation").c_str(), asset.chosen);
+  CALL(context_, Map_Add)(RepresentationKey(asset.index).c_str(), asset.chosen);
   ledger_.Add(context_, log_, 1,
               asset.label + ": streaming " + chosen.mediaType + " [" + chosen.selectionKey + "]");
 }
@@ -175,18 +175,15 @@ void PlaybackRole::NullKey(Offer& offer, const Asset& asset) {
 void PlaybackRole::DeliverChunks() {
   for (Asset& asset : streaming_) {
     if (asset.chunk == kChunksPerAsset) continue;
-    RelayEvent data{kData,
-                    asset.chunk,
-                    0,
-                    {&asset, &asset.offers[static_cast<size_t>(asset.chosen)], asset.data, this},
-                    nullptr,
-                    session_ != nullptr ? static_cast<float>(asset.chunk + 1) / kChunksPerAsset
-                                        : AnyAmount(context_.random)};
+    const float amount =
+        session_ != nullptr ? (asset.chunk + 1.0f) / kChunksPerAsset : AnyAmount(context_.random);
+    void* offer = &asset.offers[static_cast<size_t>(asset.chosen)];
+    RelayEvent data{kData, asset.chunk, 0, {&asset, offer, asset.data, this}, nullptr, amount};
     Relay(data);
     ++chunksSent_;
     chunksReached_ += data.calls;
     if (++asset.chunk < kChunksPerAsset) continue;
-    CALL(context_, Map_Remove)(("asset." + std::to_string(asset.index) + ".representation").c_str());
+    CALL(context_, Map_Remove)(RepresentationKey(asset.index).c_str());
     CALL(context_, Map_SetValue)("playback.assetsReady", ++assetsReady_);
     ledger_.Add(context_, log_, 1, asset.label + ": ready");
   }
@@ -204,8 +201,8 @@ void PlaybackRole::Finish(ThreadContext& main) {
          "host.assetsInitialised reads %d, the host counted %lld", reached,
          static_cast<long long>(HostInitialisations()));
   for (int index = 0; index < assetsStarted_; ++index) {
-    const std::string key = "asset." + std::to_string(index) + ".representation";
-    EXPECT(main, kSharedModel, !CALL(main, Map_Contains)(key.c_str()), "%s outlived its asset", key.c_str());
+    EXPECT(main, kSharedModel, !CALL(main, Map_Contains)(RepresentationKey(index).c_str()),
+           "%s outlived its asset", RepresentationKey(index).c_str());
   }
 }
 
@@ -223,8 +220,7 @@ void PlaybackRole::PrintSummary() const {
     std::printf("                    %d not volumetric", outcomes[0]);
     if (outcomes[1] > 0) std::printf(", %d volumetric with an empty key (choice left open)", outcomes[1]);
     if (!report.keyFixed.empty()) {
-      std::printf("\n                    key \"%s\" fixed by asset %d (%s)", report.keyFixed.c_str(),
-                  report.keyFixedByAsset, report.keyFixedMediaType.c_str());
+      std::printf("\n                    key %s", report.keyFixed.c_str());
     } else if (phase > 0 && !phases_[phase - 1].keyAtEnd.empty()) {
       std::printf("\n                    key \"%s\" still held from before",
                   phases_[phase - 1].keyAtEnd.c_str());

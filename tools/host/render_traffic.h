@@ -52,7 +52,6 @@ struct EventProducer {
   std::vector<HandedEvent> backlog;
   size_t handOverAt = 1;
   int64_t queued[kShapeCount] = {};
-  int64_t followUpsOnOwnId = 0;
   std::mutex mutex;  // guards `handedOver`
   std::vector<HandedEvent> handedOver;
 };

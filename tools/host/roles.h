@@ -13,6 +13,12 @@
 // the host's callbacks, then the policy with the key as it stood. In a soak others change the callbacks
 // meanwhile, calls go under Lock or not, and the float arguments vary bit by bit.
 //
+// RunSession and RunSoak are the two modes. In a session the main thread plays the engine's main loop: it
+// registers the plug-in, runs each frame with the script, playback and render threads, polls the log
+// buffer, sets and clears the host's callbacks, requests the shutdown part-way, paces the frames and prints
+// a summary. A soak calls every export from all roles at once, the log poller a thread of its own, and
+// reports operations per second. Each joins its threads and returns true when every check held.
+//
 // Threads: each role on its own thread; CheckEnd, RemoveAll, Finish and the summaries on the main thread
 // once every other has stopped, where the World is built too.
 #pragma once
@@ -115,8 +121,7 @@ class PlaybackRole {
   struct PhaseReport {
     int assets = 0, offers = 0, accepted = 0, refused = 0;
     int outcomes[5] = {};  // by PolicyOutcome, for the offers the built-in policy decided
-    std::string keyFixed, keyFixedMediaType, keyAtEnd;
-    int keyFixedByAsset = -1;
+    std::string keyFixed, keyAtEnd;
   };
   void StartAsset(int phase);
   void DeliverChunks();
@@ -153,5 +158,25 @@ struct World {
   // The end checks of both modes, once every other thread has stopped.
   void Finish(bool session);
 };
+
+struct SessionOptions {
+  int frames = 300;
+  int scriptThreads = 4;
+  int eventsPerFrame = 12;  // render events each script thread queues per frame, on average
+  uint32_t seed = 1;
+  double framesPerSecond = 100;  // 0 runs unpaced, as fast as the threads go
+  bool progress = false;         // the live progress line on standard error
+};
+
+bool RunSession(const BridgeApi& api, const SessionOptions& options);
+
+struct SoakOptions {
+  double seconds = 10;
+  int scriptThreads = 4;
+  uint32_t seed = 1;
+  bool progress = true;  // a line each second
+};
+
+bool RunSoak(const BridgeApi& api, const SoakOptions& options);
 
 }  // namespace quorl::host

@@ -1,4 +1,4 @@
-#include "session.h"
+#include "roles.h"
 
 #include <pthread.h>
 
@@ -7,8 +7,6 @@
 #include <climits>
 #include <cstdio>
 #include <thread>
-
-#include "roles.h"
 
 namespace quorl::host {
 

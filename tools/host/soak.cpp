@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "roles.h"
-#include "session.h"
 
 namespace quorl::host {
 
@@ -23,57 +22,50 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
 
   // Script and playback threads and the log poller stop first, then the render thread, which fires what
   // was handed over last. A thread that ends with an exception, or does not end, fails a check.
-  std::atomic<bool> stop{false};
-  std::atomic<bool> stopRender{false};
+  std::atomic<bool> stop[2] = {{false}, {false}};
   std::atomic<int> running{0};
   std::vector<std::thread> threads;
-  auto start = [&](ThreadContext& context, auto body) {
+  // Runs `step` on a thread of its own until stop[group], then `last`; `step` returns whether to pause.
+  auto start = [&](ThreadContext& context, int group, auto step, auto last) {
     running.fetch_add(1);
-    threads.emplace_back([&context, &running, body] {
+    threads.emplace_back([&context, &running, &stop, group, step, last] {
       SetCurrentContext(&context);
       try {
-        body();
+        while (!stop[group].load()) {
+          if (step()) std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
+        last();
       } catch (const std::exception& error) {
         FAIL(context, kThreadsFinish, "the thread ended with an exception: %s", error.what());
       }
       running.fetch_sub(1);
     });
   };
-  for (auto& script : world.scripts) {
-    start(script->context(), [&stop, role = script.get()] {
-      while (!stop.load(std::memory_order_relaxed)) {
-        for (int i = 0; i < 32; ++i)
-          role->Step();
-      }
-      // What was queued but not yet handed over stays pending: the end checks find those ids taken and
-      // the slots around them free.
-    });
-  }
-  start(world.playbackContext(), [&] {
-    while (!stop.load(std::memory_order_relaxed)) {
-      for (int i = 0; i < 16; ++i)
-        world.playback->Step();
-    }
-    world.playback->Drain();
-  });
-  start(world.pollerContext(), [&] {
-    ThreadContext& poller = world.pollerContext();
-    while (!stop.load(std::memory_order_relaxed)) {
-      int taken = 0;
-      UnderLock(poller, poller.random.OneIn(4), [&] { taken = world.log.Poll(poller, 64, &pollerLog); });
-      if (taken == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
-    }
-  });
-  start(world.renderContext(), [&] {
-    ThreadContext& render = world.renderContext();
-    world.traffic.StartFiring(render);
-    for (;;) {
-      const bool stopping = stopRender.load(std::memory_order_acquire);
-      const size_t handed = world.traffic.RenderStep(render);
-      if (render.random.OneIn(64)) world.log.Add(render, renderLog, 1, "a frame was rendered");
-      // Once stopped, nobody hands over more: one empty round means all that was handed over was fired.
-      if (stopping && handed == 0) break;
-      if (handed == 0) std::this_thread::sleep_for(std::chrono::microseconds(50));
+  // What a script queued but did not hand over stays pending: the end checks find those ids taken.
+  for (auto& script : world.scripts)
+    start(
+        script->context(), 0, [role = script.get()] { return role->Step(), false; }, [] {});
+  start(
+      world.playbackContext(), 0, [&] { return world.playback->Step(), false; },
+      [&] { world.playback->Drain(); });
+  ThreadContext& poller = world.pollerContext();
+  start(
+      poller, 0,
+      [&] {
+        int taken = 0;
+        UnderLock(poller, poller.random.OneIn(4), [&] { taken = world.log.Poll(poller, 64, &pollerLog); });
+        return taken == 0;
+      },
+      [] {});
+  ThreadContext& render = world.renderContext();
+  world.traffic.StartFiring(render);
+  auto renderStep = [&] {
+    if (render.random.OneIn(64)) world.log.Add(render, renderLog, 1, "a frame was rendered");
+    return world.traffic.RenderStep(render) == 0;
+  };
+  // Once stopped, nobody hands over more: one empty round fires all that was handed over.
+  start(render, 1, renderStep, [&] {
+    while (!renderStep()) {
     }
   });
 
@@ -100,9 +92,9 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return running.load() <= left;
   };
-  stop.store(true);
+  stop[0].store(true);
   bool finished = joinWithin(1, std::chrono::seconds(120));
-  stopRender.store(true, std::memory_order_release);
+  stop[1].store(true);
   finished = finished && joinWithin(0, std::chrono::seconds(120));
   const double elapsed = std::chrono::duration<double>(Clock::now() - begin).count();
   if (!EXPECT(main, kThreadsFinish, finished,
