@@ -37,9 +37,8 @@ RelayEvent* Arrived(Slot slot, const RelayEvent& seen) {
     return nullptr;
   }
   // The handler holds the bridge mutex while it calls us, so the model is ours to read.
-  EXPECT(context, kRelayCallbackSet, Model().relay[seen.kind] == slot,
-         "%s: host function %d was called, but %d was set last (0 is none)", name, static_cast<int>(slot),
-         static_cast<int>(Model().relay[seen.kind]));
+  EXPECT(context, kRelayCallbackSet, Model().relay[seen.kind] == slot, "%s: function %d ran, %d was set last",
+         name, static_cast<int>(slot), static_cast<int>(Model().relay[seen.kind]));
   // Bit for bit: a relay that does arithmetic on the float turns -0 into +0 or quiets a NaN.
   EXPECT(context, kRelayArguments,
          std::memcmp(call->pointers, seen.pointers, sizeof(seen.pointers)) == 0 &&
@@ -57,8 +56,7 @@ void OnInitialised(int32_t value, void* pointer) {
   // Calling back into the library from inside works because the bridge mutex is recursive.
   ThreadContext& context = CurrentContext();
   CALL(context, Map_SetValue)("host.assetsInitialised", static_cast<int32_t>(++hostInitialisations));
-  if (hostLog != nullptr)
-    hostLedger->Add(context, *hostLog, 1, "host received asset " + std::to_string(value));
+  hostLedger->Add(context, *hostLog, 1, "host received asset " + std::to_string(value));
 }
 
 template <Slot kSlot>
@@ -71,9 +69,8 @@ bool OnSelect(RepresentationDescriptor* descriptor, int32_t value0, void* pointe
   const std::string mediaType = descriptor->mediaType != nullptr ? descriptor->mediaType : "";
   const std::string key = descriptor->selectionKey != nullptr ? descriptor->selectionKey : "";
   call->hostAnswer = !(IsVolumetric(mediaType) && key == "high");
-  if (!call->hostAnswer && hostLog != nullptr) {
-    hostLedger->Add(CurrentContext(), *hostLog, 2, "host refused " + mediaType + " [" + key + "]");
-  }
+  if (!call->hostAnswer)
+    hostLedger->Add(CurrentContext(), *hostLog, 2, "host refused " + mediaType + " " + key);
   return call->hostAnswer;
 }
 

@@ -1,6 +1,8 @@
 #include "bridge_model.h"
 
+#include <algorithm>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -63,7 +65,6 @@ const ErrorText kErrorTexts[] = {
 
 // Enough to keep the pollers busy without letting an unpolled buffer eat the machine.
 constexpr int64_t kMaxUndelivered = 200000;
-constexpr size_t kHashLength = 10;  // " |" and eight hex digits
 
 // FNV-1a over the level and the entry's text.
 uint32_t Hash(int32_t level, const std::string& text) {
@@ -215,7 +216,7 @@ void RegistryLedger::Begin(int thread, int32_t count, int32_t change) {
                        static_cast<uint32_t>(change));
 }
 
-void RegistryLedger::Bounds(int64_t* low, int64_t* high) const {
+void RegistryLedger::Bounds(int* low, int* high) const {
   *low = 0;
   *high = 0;
   for (int thread = 0; thread < threads_; ++thread) {
@@ -269,31 +270,27 @@ int LogLedger::Poll(ThreadContext& context, int limit, LogProducer* own) {
 }
 
 void LogLedger::Received(ThreadContext& context, int32_t level, const std::string& message) {
-  const std::string body =
-      message.size() > kHashLength ? message.substr(0, message.size() - kHashLength) : "";
-  const bool whole = !body.empty() && message.compare(body.size(), 2, " |") == 0 &&
-                     std::strtoul(message.c_str() + body.size() + 2, nullptr, 16) == Hash(level, body);
-  const size_t hash = body.find(" #");
-  const size_t close = body.find("] ");
+  // "[<producer> #<n>] <text> |<hash>", the hash over the level and all before " |".
+  const size_t bar = message.rfind(" |");
+  const std::string body = message.substr(0, bar);
+  char name[64] = {};
+  long long sequence = 0;
   LogProducer* producer = nullptr;
-  if (whole && body[0] == '[' && hash != std::string::npos && close != std::string::npos && hash < close) {
-    for (LogProducer& candidate : producers_) {
-      if (body.compare(1, hash - 1, candidate.name) == 0 && candidate.name.size() == hash - 1) {
-        producer = &candidate;
-      }
-    }
+  if (bar != std::string::npos && std::strtoul(message.c_str() + bar + 2, nullptr, 16) == Hash(level, body) &&
+      std::sscanf(body.c_str(), "[%63[^ ] #%lld] ", name, &sequence) == 2) {
+    for (LogProducer& candidate : producers_)
+      producer = candidate.name == name ? &candidate : producer;
   }
   if (producer == nullptr) {
-    FAIL(context, kLogFifo, "level %d entry \"%s\" is damaged or came from nobody", level,
-         message.substr(0, 200).c_str());
+    FAIL(context, kLogFifo, "level %d entry \"%.200s\" is damaged or came from nobody", level,
+         message.c_str());
     return;
   }
   warnings_ += level == 2 || level == 3 ? 1 : 0;
   lastMessage_ = body;
-  const long long sequence = std::strtoll(body.c_str() + hash + 2, nullptr, 10);
   EXPECT(context, kLogFifo, sequence == producer->delivered + 1, "%s: expected entry #%lld next, saw #%lld",
-         producer->name.c_str(), static_cast<long long>(producer->delivered + 1), sequence);
-  if (sequence > producer->delivered) producer->delivered = sequence;
+         name, static_cast<long long>(producer->delivered + 1), sequence);
+  producer->delivered = std::max<int64_t>(producer->delivered, sequence);
 }
 
 void LogLedger::CheckComplete(ThreadContext& context) {

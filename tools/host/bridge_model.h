@@ -92,7 +92,7 @@ class RegistryLedger {
   void Begin(int thread, int32_t count, int32_t change);
   void End(int thread, int32_t count) { Begin(thread, count, 0); }
   // Low and high bound of the records all script threads hold right now.
-  void Bounds(int64_t* low, int64_t* high) const;
+  void Bounds(int* low, int* high) const;
 
  private:
   std::unique_ptr<std::atomic<uint64_t>[]> words_;

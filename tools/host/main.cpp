@@ -23,9 +23,8 @@ const char* const kUsage =
     "                   mixes for this long, checking a model of the library all along\n"
     "  --library PATH   the library to load (default: ../lib beside this program, else the\n"
     "                   build tree it was built in, else the loader's search path)\n"
-    "  --progress       show the progress line (default when standard error is a terminal;\n"
-    "                   a soak shows a line each second unless --no-progress)\n"
-    "  --no-progress    never show it\n"
+    "  --progress, --no-progress   show the progress (default: a session's when standard error\n"
+    "                   is a terminal, a soak's line each second)\n"
     "  -h, --help       this text\n\n"
     "Exit status: 0 when every check held, 1 when one failed, 2 for bad options or a library\n"
     "that cannot be loaded or lacks an export.\n";

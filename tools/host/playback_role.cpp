@@ -217,16 +217,14 @@ void PlaybackRole::PrintSummary() const {
                 report.assets, report.offers, report.accepted, report.refused);
     if (phase == 1) continue;
     const int* outcomes = report.outcomes;
-    std::printf("                    %d not volumetric", outcomes[0]);
-    if (outcomes[1] > 0) std::printf(", %d volumetric with an empty key (choice left open)", outcomes[1]);
-    if (!report.keyFixed.empty()) {
-      std::printf("\n                    key %s", report.keyFixed.c_str());
-    } else if (phase > 0 && !phases_[phase - 1].keyAtEnd.empty()) {
-      std::printf("\n                    key \"%s\" still held from before",
-                  phases_[phase - 1].keyAtEnd.c_str());
-    }
-    std::printf("\n                    %d with that key accepted, %d with another key refused\n", outcomes[3],
-                outcomes[4]);
+    const std::string before = phase > 0 ? phases_[phase - 1].keyAtEnd : "";
+    const std::string key = !report.keyFixed.empty() ? "key " + report.keyFixed
+                            : before.empty()         ? "no key fixed"
+                                                     : "key \"" + before + "\" still held from before";
+    std::printf(
+        "                    %d not volumetric, %d volumetric with an empty key (choice left open)\n"
+        "                    %s\n                    %d with that key accepted, %d with another refused\n",
+        outcomes[0], outcomes[1], key.c_str(), outcomes[3], outcomes[4]);
   }
   std::printf(
       "Asset events      %d assets: %d ready, %d failed\n"

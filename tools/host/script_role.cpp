@@ -130,11 +130,9 @@ bool ScriptRole::CheckBuffer(int32_t handle, bool type, size_t size) {
       expected[kGuard + i] = i < field->size() && i + 1 < size ? (*field)[i] : 0;
   }
   EXPECT(context_, kNameBuffers, result == expectedResult && storage == expected,
-         "%s of handle %d into %zu bytes: expected %d \"%.*s\", saw %d \"%.*s\"%s", type ? "type" : "name",
-         handle, size, expectedResult,
-         static_cast<int>(field != nullptr && size > 0 ? std::min(field->size(), size - 1) : 0),
-         field != nullptr ? field->c_str() : "", result, static_cast<int>(strnlen(buffer, size)), buffer,
-         storage == expected ? "" : " (bytes outside the text differ)");
+         "the %s of handle %d (\"%s\") into %zu bytes gave %d \"%.*s\"%s", type ? "type" : "name", handle,
+         field != nullptr ? field->c_str() : "", size, result, static_cast<int>(strnlen(buffer, size)),
+         buffer, storage == expected ? "" : ", and the bytes around differ");
   return result;
 }
 
@@ -147,22 +145,19 @@ void ScriptRole::Inspect(const Object& object) {
       ++retries;
   }
   const int32_t found = CALL(context_, Scene_Objects_GetHandleFromName)(object.name.c_str());
-  EXPECT(context_, kRegistryModel, found == object.handle,
-         "Scene_Objects_GetHandleFromName(\"%s\"): expected %d, saw %d", object.name.c_str(), object.handle,
-         found);
+  EXPECT(context_, kRegistryModel, found == object.handle, "\"%s\" of handle %d was found as %d",
+         object.name.c_str(), object.handle, found);
 }
 
 // Under Lock: the count is only current, and the walk one step for the other threads, while it is held.
 void ScriptRole::WalkRegistry(ThreadContext& context) {
   BridgeModel& model = Model();
   const int32_t count = CALL(context, Scene_Objects_GetCount)();
-  int64_t low = 0;
-  int64_t high = 0;
+  int low = 0, high = 0;
   world_.registry.Bounds(&low, &high);
-  const auto shared = static_cast<int64_t>(model.sharedObjects.size());
+  const int shared = static_cast<int>(model.sharedObjects.size());
   EXPECT(context, kRegistryCount, low + shared <= count && count <= high + shared,
-         "Scene_Objects_GetCount under Lock gave %d, the models add up to %lld..%lld", count,
-         static_cast<long long>(low + shared), static_cast<long long>(high + shared));
+         "Scene_Objects_GetCount gave %d, the models %d..%d", count, low + shared, high + shared);
   if (count == 0) SawEmptyRegistry(context);
 
   // Each thread knows the order of its own records and of the shared ones, not how they interleave.

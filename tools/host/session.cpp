@@ -118,7 +118,6 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
   int liveAtRequest = 0;
   int64_t requestedNs = 0;
   int peakObjects = 0;
-  int64_t progressNs = 0;
   const auto period = std::chrono::nanoseconds(
       options.framesPerSecond > 0 ? static_cast<int64_t>(1e9 / options.framesPerSecond) : 0);
   const auto firstFrame = std::chrono::steady_clock::now();
@@ -141,24 +140,20 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
     peakObjects = std::max(peakObjects, static_cast<int>(CALL(main, Scene_Objects_GetCount)()));
     toRender = world.traffic.TakeHandedOver();
     UnderLock(main, false, [&] { world.log.Poll(main, INT_MAX, nullptr); });
-    if (options.progress && (frame + 1 == frames || NowNs() - progressNs > 50000000)) {
-      progressNs = NowNs();
-      std::fprintf(stderr,
-                   "\r\033[2K  frame %d/%d   events %s queued, %s ran   objects %d   log %s   shutdown %s",
+    if (options.progress) {
+      std::fprintf(stderr, "\r  frame %d/%d   events %s queued, %s ran   objects %d   shutdown %s   ",
                    frame + 1, frames, Grouped(total(&ScriptRole::queued)).c_str(),
-                   Grouped(world.traffic.ran()).c_str(), CALL(main, Scene_Objects_GetCount)(),
-                   Grouped(world.log.delivered()).c_str(),
+                   Grouped(world.traffic.ran()).c_str(), peakObjects,
                    frame < plan.shutdownFrame ? "not requested"
-                   : model.callsInRemove == 0 ? "pending"
-                                              : "done");
-      std::fflush(stderr);
+                   : model.callsInRemove      ? "done"
+                                              : "pending");
     }
     if (period.count() > 0) std::this_thread::sleep_until(firstFrame + period * (frame + 1));
   }
   gate.Run(-1);
   for (std::thread& thread : threads)
     thread.join();
-  if (options.progress) std::fprintf(stderr, "\r\033[2K");
+  if (options.progress) std::fprintf(stderr, "\n");
   const int64_t sessionNs = NowNs() - startNs;
 
   // The session's own end checks, then those of every run.

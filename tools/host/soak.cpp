@@ -17,7 +17,7 @@ bool RunSoak(const BridgeApi& api, const SoakOptions& options) {
   SetCurrentContext(&main);
   // The first registration comes before any other thread may touch build information.
   CALL(main, RegisterUnityPlugin)(1, 2, 3, "quorl-host");
-  LogProducer& pollerLog = world.log.AddProducer("log poller");
+  LogProducer& pollerLog = world.log.AddProducer("log-poller");
   LogProducer& renderLog = world.log.AddProducer("render");
 
   // Script and playback threads and the log poller stop first, then the render thread, which fires what
