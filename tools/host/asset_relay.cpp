@@ -126,8 +126,8 @@ bool Deliver(ThreadContext& context, RelayEvent& event, bool callbacksKnown, std
                                                                       event.value1, p[1]);
   }
   if (event.kind == kData) {
-    CALL(context, StaticHandler_OnAssetRepresentationDataReceived)
-    (p[0], p[1], p[2], event.value0, p[3], event.amount);
+    const auto handler = CALL(context, StaticHandler_OnAssetRepresentationDataReceived);
+    handler(p[0], p[1], p[2], event.value0, p[3], event.amount);
   }
   relayCall = nullptr;
   if (event.kind == kSelect && event.calls == 1) {

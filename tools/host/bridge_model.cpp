@@ -102,12 +102,10 @@ void TriggerShutdown(ThreadContext& context) {
            "a request with no scene objects and %s set called it %lld times",
            SlotName(model.shutdownCallback), static_cast<long long>(calls));
     SawEmptyRegistry(context);
-    ++model.triggersEmpty;
   } else {
     EXPECT(context, kShutdown, calls == 0,
            "a request with %d scene objects registered gave the notice at once", count);
     model.pending = model.shutdownCallback != kNone ? PendingShutdown::kYes : PendingShutdown::kUnknown;
-    ++model.triggersWithObjects;
   }
 }
 
@@ -181,13 +179,10 @@ void CheckKey(ThreadContext& context, Check check, const KeyModel& model, const 
   const int32_t expected = present ? found->second : 0;
   const bool contains = CALL(context, Map_Contains)(key.c_str());
   const int32_t value = CALL(context, Map_GetValue)(key.c_str());
-  if (contains == present && value == expected) {
-    context.Held(check);
-  } else {
-    context.Failed(
-        check, Printf("key \"%s\": expected %s %d, saw %s %d", key.c_str(), present ? "present" : "absent",
-                      expected, contains ? "present" : "absent", value));
-  }
+  if (contains == present && value == expected) return static_cast<void>(context.Held(check));
+  context.Failed(check,
+                 Printf("key \"%s\": expected %s %d, saw %s %d", key.c_str(), present ? "present" : "absent",
+                        expected, contains ? "present" : "absent", value));
 }
 
 void CheckConstants(ThreadContext& context, bool all) {

@@ -38,8 +38,8 @@ using KeyModel = std::map<std::string, int32_t>;
 struct BridgeModel {
   Slot shutdownCallback = kNone;
   PendingShutdown pending = PendingShutdown::kNo;
-  int64_t shutdownCalls = 0, callsInTrigger = 0, callsInRemove = 0, triggersWithObjects = 0,
-          triggersEmpty = 0;
+  int64_t shutdownCalls = 0, callsInTrigger = 0,
+          callsInRemove = 0;  // notices: all, in a request, in a removal
   // The last notice that a removal delivered: when, in which frame, on which thread.
   int64_t removalNoticeNs = 0;
   int removalNoticeFrame = -1;

@@ -74,11 +74,9 @@ void CheckCoverage(ThreadContext& main, const std::vector<const ThreadContext*>&
 
 int ReportChecks(const std::vector<const ThreadContext*>& contexts, bool all) {
   std::printf("\nChecks\n");
-  int listed = 0;
-  int failedChecks = 0;
+  int listed = 0, failedChecks = 0;
   for (int index = 0; index < kCheckCount; ++index) {
-    int64_t checked = 0;
-    int64_t failed = 0;
+    int64_t checked = 0, failed = 0;
     for (const ThreadContext* context : contexts) {
       checked += static_cast<int64_t>(context->checked[index]);
       failed += static_cast<int64_t>(context->failed[index]);

@@ -76,8 +76,8 @@ int32_t QueueGLEventI(QuorlRenderFnI fn, int32_t a) {
 void StaticHandler_OnAssetRepresentationDataReceived(void* pointer0, void* pointer1, void* pointer2,
                                                      int32_t value, void* pointer3, float amount) {
   if (Fault<1>("relay-amount")) amount = amount + 0.0f;
-  REAL(StaticHandler_OnAssetRepresentationDataReceived)
-  (pointer0, pointer1, pointer2, value, pointer3, amount);
+  const auto real = REAL(StaticHandler_OnAssetRepresentationDataReceived);
+  real(pointer0, pointer1, pointer2, value, pointer3, amount);
 }
 
 bool Scene_Objects_GetNameFromHandle(int32_t handle, char* buffer, int32_t bufferSize) {

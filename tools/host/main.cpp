@@ -32,10 +32,8 @@ const char* const kUsage =
 }  // namespace
 
 int main(int argc, char** argv) {
-  quorl::host::SessionOptions session;
-  quorl::host::SoakOptions soak;
-  session.progress = isatty(STDERR_FILENO) == 1;
-  bool soaking = false;
+  quorl::host::Options options;
+  int progress = -1;  // not chosen
   std::string library;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -54,27 +52,28 @@ int main(int argc, char** argv) {
       std::fputs(kUsage, stdout);
       return 0;
     } else if (arg == "--frames") {
-      session.frames = static_cast<int>(number(10, 1000000));
+      options.frames = static_cast<int>(number(10, 1000000));
     } else if (arg == "--scripts") {
-      soak.scriptThreads = session.scriptThreads = static_cast<int>(number(1, 64));
+      options.scriptThreads = static_cast<int>(number(1, 64));
     } else if (arg == "--events") {
-      session.eventsPerFrame = static_cast<int>(number(1, 1000));
+      options.eventsPerFrame = static_cast<int>(number(1, 1000));
     } else if (arg == "--seed") {
-      soak.seed = session.seed = static_cast<uint32_t>(number(0, 4294967295.0));
+      options.seed = static_cast<uint32_t>(number(0, 4294967295.0));
     } else if (arg == "--fps") {
-      session.framesPerSecond = number(0, 10000);
+      options.framesPerSecond = number(0, 10000);
     } else if (arg == "--soak") {
-      soaking = true;
-      soak.seconds = number(0.1, 7 * 86400);
+      options.soakSeconds = number(0.1, 7 * 86400);
     } else if (arg == "--library" && i + 1 < argc) {
       library = argv[++i];
     } else if (arg == "--progress" || arg == "--no-progress") {
-      soak.progress = session.progress = arg == "--progress";
+      progress = arg == "--progress";
     } else {
       std::fprintf(stderr, "quorl-host: unknown option or missing value: %s\n\n%s", arg.c_str(), kUsage);
       return 2;
     }
   }
+  const bool soak = options.soakSeconds > 0;
+  options.progress = progress >= 0 ? progress == 1 : soak || isatty(STDERR_FILENO) == 1;
   quorl::host::BridgeApi api;
   std::string loaded;
   if (!quorl::host::LoadBridge(library, &api, &loaded)) {
@@ -82,5 +81,5 @@ int main(int argc, char** argv) {
     return 2;
   }
   std::printf("quorl-host: loaded %s, all %d exports resolved\n", loaded.c_str(), quorl::host::kExportCount);
-  return (soaking ? RunSoak(api, soak) : RunSession(api, session)) ? 0 : 1;
+  return (soak ? RunSoak(api, options) : RunSession(api, options)) ? 0 : 1;
 }

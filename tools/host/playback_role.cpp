@@ -161,8 +161,8 @@ void PlaybackRole::NullKey(Offer& offer, const Asset& asset) {
     offer.descriptor.selectionKey = nullptr;
     std::string seen = "no exception";
     try {
-      CALL(context_, StaticHandler_OnAssetSelectRepresentation)
-      (&offer.descriptor, asset.index, nullptr, 0, nullptr);
+      const auto handler = CALL(context_, StaticHandler_OnAssetSelectRepresentation);
+      handler(&offer.descriptor, asset.index, nullptr, 0, nullptr);
     } catch (const std::logic_error& error) {
       seen = error.what();
     }

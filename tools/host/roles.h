@@ -41,12 +41,9 @@ inline constexpr const char* kSharedKeys[] = {
 inline constexpr int32_t kSharedHandleBase = 900000;
 inline constexpr int32_t kSharedHandles = 8;
 
+// A session's shape; the host's callbacks are set over frames [hostCallbacksFrom, hostCallbacksUntil).
 struct SessionPlan {
-  int frames = 0;
-  int eventsPerFrame = 0;
-  int shutdownFrame = 0;
-  int hostCallbacksFrom = 0;  // the host's callbacks are set over [from, until)
-  int hostCallbacksUntil = 0;
+  int frames, eventsPerFrame, shutdownFrame, hostCallbacksFrom, hostCallbacksUntil;
 };
 struct World;
 
@@ -159,24 +156,16 @@ struct World {
   void Finish(bool session);
 };
 
-struct SessionOptions {
+struct Options {
   int frames = 300;
   int scriptThreads = 4;
   int eventsPerFrame = 12;  // render events each script thread queues per frame, on average
   uint32_t seed = 1;
   double framesPerSecond = 100;  // 0 runs unpaced, as fast as the threads go
-  bool progress = false;         // the live progress line on standard error
+  double soakSeconds = 0;        // 0: a session
+  bool progress = false;         // a session's progress line, a soak's line each second
 };
-
-bool RunSession(const BridgeApi& api, const SessionOptions& options);
-
-struct SoakOptions {
-  double seconds = 10;
-  int scriptThreads = 4;
-  uint32_t seed = 1;
-  bool progress = true;  // a line each second
-};
-
-bool RunSoak(const BridgeApi& api, const SoakOptions& options);
+bool RunSession(const BridgeApi& api, const Options& options);
+bool RunSoak(const BridgeApi& api, const Options& options);
 
 }  // namespace quorl::host

@@ -35,24 +35,9 @@ class FrameGate {
   int frame_ = -1;
 };
 
-void StartupChecks(ThreadContext& main) {
-  CheckConstants(main, true);
-  // Add never overwrites and SetValue never creates: the engine's frame counter relies on both.
-  CALL(main, Map_Add)("engine.frame", 0);
-  CALL(main, Map_Add)("engine.frame", 99);
-  CALL(main, Map_SetValue)("engine.notAdded", 5);
-  const int32_t frame = CALL(main, Map_GetValue)("engine.frame");
-  const bool created =
-      CALL(main, Map_Contains)("engine.notAdded") || CALL(main, Map_GetValue)("engine.notAdded") != 0;
-  EXPECT(main, kMapModel, frame == 0 && !created,
-         "a second Add left engine.frame at %d; SetValue %s engine.notAdded", frame,
-         created ? "created" : "did not create");
-  Model().sharedKeys["engine.frame"] = 0;
-}
-
 }  // namespace
 
-bool RunSession(const BridgeApi& api, const SessionOptions& options) {
+bool RunSession(const BridgeApi& api, const Options& options) {
   const int frames = options.frames;
   const SessionPlan plan{frames, options.eventsPerFrame, std::max(1, frames * 3 / 5), frames / 3,
                          2 * frames / 3};
@@ -64,12 +49,21 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
 
   // Start-up as the engine does it: the plug-in registers and announces itself.
   World world(api, options.scriptThreads, options.seed, &plan);
+  BridgeModel& model = Model();
   ThreadContext& main = world.main;
   SetCurrentContext(&main);
   CALL(main, RegisterUnityPlugin)(2022, 3, 0, "quorl-host");
   std::fflush(stdout);
   const int64_t startNs = NowNs();
-  StartupChecks(main);
+  CheckConstants(main, true);
+  // Add never overwrites and SetValue never creates: the engine's frame counter relies on both.
+  for (const int32_t value : {0, 99}) {
+    CALL(main, Map_Add)("engine.frame", value);
+    model.sharedKeys.emplace("engine.frame", value);
+  }
+  SetKey(main, model.sharedKeys, "engine.notAdded", 5);
+  for (const char* key : {"engine.frame", "engine.notAdded"})
+    CheckKey(main, Check::kMapModel, model.sharedKeys, key);
   UnderLock(main, false, [&] { SetShutdownCallback(main, kFirst); });
 
   // The render thread fires what the frame before handed over, as an engine renders a frame behind.
@@ -108,7 +102,6 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
     }
   });
 
-  BridgeModel& model = Model();
   auto total = [&](int64_t ScriptRole::*count) {
     int64_t sum = 0;
     for (const auto& script : world.scripts)
@@ -143,7 +136,7 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
     if (options.progress) {
       std::fprintf(stderr, "\r  frame %d/%d   events %s queued, %s ran   objects %d   shutdown %s   ",
                    frame + 1, frames, Grouped(total(&ScriptRole::queued)).c_str(),
-                   Grouped(world.traffic.ran()).c_str(), peakObjects,
+                   Grouped(world.traffic.ran()).c_str(), CALL(main, Scene_Objects_GetCount)(),
                    frame < plan.shutdownFrame ? "not requested"
                    : model.callsInRemove      ? "done"
                                               : "pending");
@@ -180,14 +173,12 @@ bool RunSession(const BridgeApi& api, const SessionOptions& options) {
       "                  %s look-ups by handle and name; %s retries with a larger buffer after a cut text\n",
       Grouped(spawned).c_str(), Grouped(removed).c_str(), peakObjects,
       Grouped(total(&ScriptRole::lookups)).c_str(), Grouped(total(&ScriptRole::retries)).c_str());
-  std::printf("Shutdown          requested at frame %d with %d objects; ", plan.shutdownFrame, liveAtRequest);
-  if (notice.removalNoticeFrame >= 0) {
-    std::printf("notice at frame %d, %s later,\n                  on %s as it removed the last object\n",
-                notice.removalNoticeFrame, Duration(notice.removalNoticeNs - requestedNs).c_str(),
-                notice.removalNoticeOn.c_str());
-  } else {
-    std::printf("no notice came\n");
-  }
+  const std::string noticeText =
+      Printf("notice at frame %d, %s later,\n                  on %s as it removed the last object",
+             notice.removalNoticeFrame, Duration(notice.removalNoticeNs - requestedNs).c_str(),
+             notice.removalNoticeOn.c_str());
+  std::printf("Shutdown          requested at frame %d with %d objects; %s\n", plan.shutdownFrame,
+              liveAtRequest, notice.removalNoticeFrame >= 0 ? noticeText.c_str() : "no notice came");
   world.playback->PrintSummary();
   std::printf("Log buffer        %s entries polled frame by frame, %s of them warnings or errors\n",
               Grouped(world.log.delivered()).c_str(), Grouped(world.log.warnings()).c_str());

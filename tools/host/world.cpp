@@ -1,3 +1,5 @@
+#include <climits>
+
 #include "roles.h"
 
 namespace quorl::host {
@@ -31,8 +33,7 @@ void World::Finish(bool session) {
     script->RemoveAll(main);
   CheckShutdownGate(main);
   UnderLock(main, false, [&] {
-    while (log.Poll(main, 1 << 20, nullptr) > 0) {
-    }
+    log.Poll(main, INT_MAX, nullptr);
     log.CheckComplete(main);
   });
   CheckCoverage(main, All());
