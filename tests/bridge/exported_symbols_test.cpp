@@ -11,6 +11,9 @@
 #include <string>
 #include <vector>
 
+// The one list of the exported names, shared with the engine-host simulator.
+#include "../../tools/host/export_names.h"
+
 namespace {
 
 std::set<std::string> DefinedDynamicFunctions(const std::string& path) {
@@ -45,41 +48,11 @@ std::set<std::string> DefinedDynamicFunctions(const std::string& path) {
 }
 
 TEST(ExportedSymbols, TheLibraryDefinesExactlyTheThirtyFiveExports) {
-  const std::set<std::string> expected{"Lock",
-                                       "Unlock",
-                                       "GetUnityRenderDevice",
-                                       "SetFunc_InterfaceShutdown",
-                                       "Trigger_InterfaceShutdown",
-                                       "QueueGLEvent",
-                                       "QueueGLEventI",
-                                       "QueueGLEventIII",
-                                       "QueueGLEventPrepFrameContextI",
-                                       "QueueGLEventPrepFrameContextIII",
-                                       "UnityRenderEvent",
-                                       "UnityRenderEventFunc",
-                                       "Scene_Objects_Add",
-                                       "Scene_Objects_Remove",
-                                       "Scene_Objects_GetCount",
-                                       "Scene_Objects_GetHandleAtIndex",
-                                       "Scene_Objects_GetHandleFromName",
-                                       "Scene_Objects_GetNameFromHandle",
-                                       "Scene_Objects_GetTypeFromHandle",
-                                       "Map_Add",
-                                       "Map_Remove",
-                                       "Map_Contains",
-                                       "Map_GetValue",
-                                       "Map_SetValue",
-                                       "LogBuffer_Add",
-                                       "LogBuffer_Get",
-                                       "LogBuffer_Pop",
-                                       "Callback_Set_OnAssetInitialised",
-                                       "Callback_Set_OnAssetSelectRepresentation",
-                                       "Callback_Set_OnAssetRepresentationDataReceived",
-                                       "StaticHandler_OnAssetInitialised",
-                                       "StaticHandler_OnAssetSelectRepresentation",
-                                       "StaticHandler_OnAssetRepresentationDataReceived",
-                                       "QuorlError_ToString",
-                                       "RegisterUnityPlugin"};
+  const std::set<std::string> expected{
+#define QUORL_EXPECTED_EXPORT(name) #name,
+      QUORL_HOST_FOR_EACH_EXPORT(QUORL_EXPECTED_EXPORT)
+#undef QUORL_EXPECTED_EXPORT
+  };
   ASSERT_EQ(expected.size(), 35u);
   const std::set<std::string> defined = DefinedDynamicFunctions(QUORL_SHARED_LIBRARY_PATH);
   std::vector<std::string> missing;

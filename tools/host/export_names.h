@@ -1,6 +1,6 @@
-// The 35 names that libQuorlBridge.so exports, as one list macro: the simulator resolves them by name,
-// and the stand-in library of its load test defines all but one of them. Plain preprocessor, includable
-// from C and C++; it declares nothing.
+// The 35 names that libQuorlBridge.so exports, as one list macro: quorl-host resolves them by name, the
+// stand-in of its load test defines all but one, and the test of the shipped library's symbol table
+// expects exactly these. Plain preprocessor, includable from C and C++; it declares nothing.
 #ifndef QUORL_HOST_EXPORT_NAMES_H_
 #define QUORL_HOST_EXPORT_NAMES_H_
 
