@@ -7,7 +7,7 @@
 # `scripts/test.sh --quick` runs only the first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh --test
 
 jobs=$(nproc)
 quick=false
