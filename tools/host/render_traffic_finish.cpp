@@ -123,11 +123,13 @@ void RenderTraffic::PrintSummary(int64_t framesRendered) const {
   for (int shape = 0; shape < kShapeCount; ++shape)
     std::printf("%s%s %s", shape == 0 ? "                  " : " | ", ShapeName(static_cast<Shape>(shape)),
                 Grouped(queued[shape]).c_str());
-  std::printf("\n                  %s follow-ups queued from inside render work, %s other fires\n",
-              Grouped(followUps).c_str(), Grouped(firedOther_).c_str());
-  std::printf("                  ids 16000..%d (slots are reused as they free up), %s frames rendered\n",
-              highestId_.load(), framesRendered >= 0 ? Grouped(framesRendered).c_str() : "no");
-  std::printf("                  %s pending at the end, %s probes of the free slots\n",
+  std::printf(
+      "\n                  %s follow-ups queued from inside render work; ids 16000..%d, reused as they "
+      "free\n",
+      Grouped(followUps).c_str(), highestId_.load());
+  const std::string fires = framesRendered >= 0 ? Grouped(framesRendered) + " frames rendered"
+                                                : Grouped(firedOther_) + " fires of repeated or unknown ids";
+  std::printf("                  %s; %s pending at the end, %s probes of the free slots\n", fires.c_str(),
               Grouped(pendingAtEnd_).c_str(), Grouped(probeCount_).c_str());
 }
 
