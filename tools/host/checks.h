@@ -83,8 +83,6 @@ class Random {
 struct ThreadContext {
   ThreadContext(const BridgeApi& bridge, Role ofRole, int ofIndex, uint64_t seed)
       : api(bridge), role(ofRole), index(ofIndex), random(seed) {}
-  ThreadContext(const ThreadContext&) = delete;
-  ThreadContext& operator=(const ThreadContext&) = delete;
   std::string label() const;
   uint64_t totalCalls() const;
   // Counts one call of an export; see CALL.

@@ -181,8 +181,10 @@ size_t RenderTraffic::RenderStep(ThreadContext& context) {
   const std::vector<HandedEvent> batch = TakeHandedOver();
   for (const HandedEvent& handed : batch) {
     Fire(context, handed);
-    // A repeat: runs nothing, or whatever took the slot since.
-    if (random.OneIn(16)) FireId(context, handed.id), ++firedOther_;
+    if (random.OneIn(16)) {  // a repeat: runs nothing, or whatever took the slot since
+      FireId(context, handed.id);
+      ++firedOther_;
+    }
   }
   // Ids nobody handed over: below the base, in the table (half of them), and far beyond it.
   const uint32_t table = static_cast<uint32_t>(highestId_.load(std::memory_order_relaxed) - kIdBase + 2);

@@ -61,8 +61,6 @@ class RenderTraffic {
   // `producers` rings: one per script thread and one for the render thread's follow-ups (the last).
   explicit RenderTraffic(int producers);
   ~RenderTraffic();
-  RenderTraffic(const RenderTraffic&) = delete;
-  RenderTraffic& operator=(const RenderTraffic&) = delete;
 
   EventProducer& producer(int index) { return *producers_[static_cast<size_t>(index)]; }
 

@@ -45,7 +45,6 @@ bool RunSession(const BridgeApi& api, const Options& options) {
       "quorl-host: %d frames, %d script threads, %d render events per thread and frame, seed %u, %s\n",
       frames, options.scriptThreads, options.eventsPerFrame, options.seed,
       options.framesPerSecond > 0 ? Printf("%g fps", options.framesPerSecond).c_str() : "unpaced");
-  std::fflush(stdout);
 
   // Start-up as the engine does it: the plug-in registers and announces itself.
   World world(api, options.scriptThreads, options.seed, &plan);
@@ -53,7 +52,6 @@ bool RunSession(const BridgeApi& api, const Options& options) {
   ThreadContext& main = world.main;
   SetCurrentContext(&main);
   CALL(main, RegisterUnityPlugin)(2022, 3, 0, "quorl-host");
-  std::fflush(stdout);
   const int64_t startNs = NowNs();
   CheckConstants(main, true);
   // Add never overwrites and SetValue never creates: the engine's frame counter relies on both.

@@ -11,7 +11,6 @@ bool RunSoak(const BridgeApi& api, const Options& options) {
   using Clock = std::chrono::steady_clock;
   std::printf("quorl-host: soak of %g s, %d script threads, seed %u\n", options.soakSeconds,
               options.scriptThreads, options.seed);
-  std::fflush(stdout);
   World world(api, options.scriptThreads, options.seed, nullptr);
   ThreadContext& main = world.main;
   SetCurrentContext(&main);
@@ -25,14 +24,14 @@ bool RunSoak(const BridgeApi& api, const Options& options) {
   std::atomic<bool> stop[2] = {{false}, {false}};
   std::atomic<int> running{0};
   std::vector<std::thread> threads;
-  // Runs `step` on a thread of its own until stop[group], then `last`; `step` returns whether to pause.
+  // Runs `step` on a thread of its own until stop[group], pausing when it found nothing to do, then `last`.
   auto start = [&](ThreadContext& context, int group, auto step, auto last) {
     running.fetch_add(1);
     threads.emplace_back([&context, &running, &stop, group, step, last] {
       SetCurrentContext(&context);
       try {
         while (!stop[group].load()) {
-          if (step()) std::this_thread::sleep_for(std::chrono::microseconds(50));
+          if (!step()) std::this_thread::sleep_for(std::chrono::microseconds(50));
         }
         last();
       } catch (const std::exception& error) {
@@ -44,9 +43,18 @@ bool RunSoak(const BridgeApi& api, const Options& options) {
   // What a script queued but did not hand over stays pending: the end checks find those ids taken.
   for (auto& script : world.scripts)
     start(
-        script->context(), 0, [role = script.get()] { return role->Step(), false; }, [] {});
+        script->context(), 0,
+        [role = script.get()] {
+          role->Step();
+          return true;
+        },
+        [] {});
   start(
-      world.playbackContext(), 0, [&] { return world.playback->Step(), false; },
+      world.playbackContext(), 0,
+      [&] {
+        world.playback->Step();
+        return true;
+      },
       [&] { world.playback->Drain(); });
   ThreadContext& poller = world.pollerContext();
   start(
@@ -54,18 +62,18 @@ bool RunSoak(const BridgeApi& api, const Options& options) {
       [&] {
         int taken = 0;
         UnderLock(poller, poller.random.OneIn(4), [&] { taken = world.log.Poll(poller, 64, &pollerLog); });
-        return taken == 0;
+        return taken > 0;
       },
       [] {});
   ThreadContext& render = world.renderContext();
   world.traffic.StartFiring(render);
   auto renderStep = [&] {
     if (render.random.OneIn(64)) world.log.Add(render, renderLog, 1, "a frame was rendered");
-    return world.traffic.RenderStep(render) == 0;
+    return world.traffic.RenderStep(render) > 0;
   };
-  // Once stopped, nobody hands over more: one empty round fires all that was handed over.
+  // Once stopped, nobody hands over more: fire until a round finds nothing handed over.
   start(render, 1, renderStep, [&] {
-    while (!renderStep()) {
+    while (renderStep()) {
     }
   });
 
