@@ -42,7 +42,7 @@ int main(int argc, char** argv) {
       char* end = nullptr;
       const double value = i + 1 < argc ? std::strtod(argv[i + 1], &end) : 0;
       if (end == nullptr || end == argv[i + 1] || *end != '\0' || !(value >= low && value <= high)) {
-        std::fprintf(stderr, "quorl-host: %s wants a number from %g to %g\n", arg.c_str(), low, high);
+        std::fprintf(stderr, "quorl-host: %s wants a number from %.10g to %.10g\n", arg.c_str(), low, high);
         std::exit(2);
       }
       ++i;
