@@ -1,14 +1,23 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project needs, and only those that are missing.
+#   scripts/setup.sh          what building and running the engine-host simulator needs (scripts/run.sh)
+#   scripts/setup.sh --test   everything: tests, benchmarks, the C# binding's test, fuzzing, packaging
 # Runs as root (or through sudo when available). Safe to run again: with nothing missing it does nothing.
 set -euo pipefail
 
-packages=(
-  build-essential cmake git pkg-config binutils
-  libgtest-dev libgmock-dev libbenchmark-dev rapidjson-dev
-  mono-mcs mono-runtime
-  clang libclang-rt-14-dev
-)
+packages=(g++ make cmake git rapidjson-dev)
+if [ "${1:-}" = "--test" ]; then
+  packages+=(
+    build-essential pkg-config binutils
+    libgtest-dev libgmock-dev libbenchmark-dev
+    mono-mcs mono-runtime
+    clang libclang-rt-14-dev
+    debootstrap abigail-tools gcovr
+  )
+elif [ $# -gt 0 ]; then
+  echo "usage: scripts/setup.sh [--test]" >&2
+  exit 2
+fi
 
 missing=()
 for package in "${packages[@]}"; do

@@ -10,7 +10,7 @@
 # `scripts/test.sh --quick` runs only the first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh --test
 
 jobs=$(nproc)
 quick=false
@@ -42,8 +42,8 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
 
 section "concurrency tests under ThreadSanitizer"
 configure build-tsan -DQUORL_SANITIZE=thread -DQUORL_BUILD_BENCH=OFF
-# The concurrency tests, and the engine-host simulator and the soak, whose brief runs are among them.
-cmake --build build-tsan -j"$jobs" --target quorl_concurrency_tests quorl-host quorl-soak
+# The concurrency tests, and the engine-host simulator, whose brief session and soak are among them.
+cmake --build build-tsan -j"$jobs" --target quorl_concurrency_tests quorl-host
 TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
   ctest --test-dir build-tsan --output-on-failure -L concurrency --timeout 900
 

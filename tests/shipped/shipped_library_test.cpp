@@ -23,26 +23,10 @@
 #include <thread>
 #include <vector>
 
+#include "bridge/export_names.h"
 #include "bridge/exports.h"
 
 namespace {
-
-#define QUORL_SHIPPED_EXPORTS(X)                                                                         \
-  X(Lock)                                                                                                \
-  X(Unlock) X(GetUnityRenderDevice) X(SetFunc_InterfaceShutdown) X(Trigger_InterfaceShutdown)            \
-      X(QueueGLEvent) X(QueueGLEventI) X(QueueGLEventIII) X(QueueGLEventPrepFrameContextI)               \
-          X(QueueGLEventPrepFrameContextIII) X(UnityRenderEvent) X(UnityRenderEventFunc)                 \
-              X(Scene_Objects_Add) X(Scene_Objects_Remove) X(Scene_Objects_GetCount)                     \
-                  X(Scene_Objects_GetHandleAtIndex) X(Scene_Objects_GetHandleFromName)                   \
-                      X(Scene_Objects_GetNameFromHandle) X(Scene_Objects_GetTypeFromHandle) X(Map_Add)   \
-                          X(Map_Remove) X(Map_Contains) X(Map_GetValue) X(Map_SetValue) X(LogBuffer_Add) \
-                              X(LogBuffer_Get) X(LogBuffer_Pop) X(Callback_Set_OnAssetInitialised)       \
-                                  X(Callback_Set_OnAssetSelectRepresentation)                            \
-                                      X(Callback_Set_OnAssetRepresentationDataReceived)                  \
-                                          X(StaticHandler_OnAssetInitialised)                            \
-                                              X(StaticHandler_OnAssetSelectRepresentation)               \
-                                                  X(StaticHandler_OnAssetRepresentationDataReceived)     \
-                                                      X(QuorlError_ToString) X(RegisterUnityPlugin)
 
 std::string LibraryPath() {
   const char* path = std::getenv("QUORL_LIBRARY");
@@ -52,7 +36,7 @@ std::string LibraryPath() {
 // The exports, resolved once from the library under test; a missing one fails the first case.
 struct Library {
 #define QUORL_DECLARE(name) decltype(&::name) name = nullptr;
-  QUORL_SHIPPED_EXPORTS(QUORL_DECLARE)
+  QUORL_FOR_EACH_EXPORT(QUORL_DECLARE)
 #undef QUORL_DECLARE
   void* handle = nullptr;
   std::vector<std::string> missing;
@@ -66,7 +50,7 @@ struct Library {
 #define QUORL_RESOLVE(name)                                         \
   name = reinterpret_cast<decltype(&::name)>(dlsym(handle, #name)); \
   if (name == nullptr) missing.push_back(#name);
-    QUORL_SHIPPED_EXPORTS(QUORL_RESOLVE)
+    QUORL_FOR_EACH_EXPORT(QUORL_RESOLVE)
 #undef QUORL_RESOLVE
   }
 };
@@ -148,7 +132,7 @@ void ExpectHostError(const char* what, const std::function<void()>& call) {
 TEST(ShippedLibrary, DefinesExactlyTheThirtyFiveExportsAndResolvesEach) {
   std::set<std::string> expected;
 #define QUORL_NAME(name) expected.insert(#name);
-  QUORL_SHIPPED_EXPORTS(QUORL_NAME)
+  QUORL_FOR_EACH_EXPORT(QUORL_NAME)
 #undef QUORL_NAME
   ASSERT_EQ(expected.size(), 35u);
   const std::set<std::string> defined = DefinedDynamicFunctions(LibraryPath());

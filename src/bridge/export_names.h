@@ -1,11 +1,12 @@
-// The 35 names that libQuorlBridge.so exports, as one list macro: the simulator resolves them by name,
-// and the stand-in library of its load test defines all but one of them. Plain preprocessor, includable
-// from C and C++; it declares nothing.
-#ifndef QUORL_HOST_EXPORT_NAMES_H_
-#define QUORL_HOST_EXPORT_NAMES_H_
+// The 35 names that libQuorlBridge.so exports (declared in bridge/exports.h), as one list macro for code
+// that meets the library from outside: quorl-host resolves them by name, the stand-in of its load test
+// defines all but one, and the shipped-library tests expect exactly these in the symbol table. Plain
+// preprocessor, includable from C and C++; it declares nothing. cmake/exports.map is the linker's copy.
+#ifndef QUORL_BRIDGE_EXPORT_NAMES_H_
+#define QUORL_BRIDGE_EXPORT_NAMES_H_
 
 // The 35 exported names, in the order of the public header; X is applied to each.
-#define QUORL_HOST_FOR_EACH_EXPORT(X)                \
+#define QUORL_FOR_EACH_EXPORT(X)                \
   X(Lock)                                            \
   X(Unlock)                                          \
   X(GetUnityRenderDevice)                            \
@@ -42,4 +43,4 @@
   X(QuorlError_ToString)                             \
   X(RegisterUnityPlugin)
 
-#endif  // QUORL_HOST_EXPORT_NAMES_H_
+#endif  // QUORL_BRIDGE_EXPORT_NAMES_H_
