@@ -25,12 +25,13 @@ struct Seen {
   int32_t value1 = 0;
   void* pointer1 = nullptr;
   int calls = 0;
+  bool othersLockedOut = false;  // another thread could not take the bridge mutex during the call
 };
 Seen seen;
 bool hostAnswer = false;
 
 bool HostSelect(RepresentationDescriptor* d, int32_t v0, void* p0, int32_t v1, void* p1) {
-  seen = Seen{d, v0, p0, v1, p1, seen.calls + 1};
+  seen = Seen{d, v0, p0, v1, p1, seen.calls + 1, !BridgeMutexFreeForOthers()};
   return hostAnswer;
 }
 
@@ -74,6 +75,7 @@ TEST(AssetRelay, AHostCallbackDecidesAloneAndTheKeyStandsWhenItIsCleared) {
   EXPECT_EQ(seen.pointer0, &a);
   EXPECT_EQ(seen.value1, -12);
   EXPECT_EQ(seen.pointer1, &b);
+  EXPECT_TRUE(seen.othersLockedOut) << "the host decides under the bridge mutex";
   hostAnswer = false;
   EXPECT_FALSE(Offer("video/mp4", "A"));
   EXPECT_EQ(seen.calls, 2);
@@ -93,6 +95,7 @@ struct Delivered {
   void* pointers[4] = {};
   int32_t dataValue = 0;
   float amount = 0;
+  bool othersLockedOut[2] = {};  // as in Seen, for the initialised and the data callback
 };
 Delivered delivered;
 
@@ -100,6 +103,7 @@ void OnInitialised(int32_t value, void* pointer) {
   ++delivered.initialised;
   delivered.value = value;
   delivered.pointer = pointer;
+  delivered.othersLockedOut[0] = !BridgeMutexFreeForOthers();
 }
 void OnData(void* p0, void* p1, void* p2, int32_t value, void* p3, float amount) {
   ++delivered.data;
@@ -109,6 +113,7 @@ void OnData(void* p0, void* p1, void* p2, int32_t value, void* p3, float amount)
   delivered.pointers[3] = p3;
   delivered.dataValue = value;
   delivered.amount = amount;
+  delivered.othersLockedOut[1] = !BridgeMutexFreeForOthers();
 }
 void ThrowOnInitialised(int32_t, void*) {
   throw std::runtime_error("host failed");
@@ -145,6 +150,8 @@ TEST(AssetRelay, EventsReachTheHostUnchanged) {
   EXPECT_EQ(delivered.pointers[3], &p[3]);
   EXPECT_EQ(delivered.dataValue, 42);
   EXPECT_EQ(delivered.amount, 0.25f);
+  EXPECT_TRUE(delivered.othersLockedOut[0] && delivered.othersLockedOut[1])
+      << "callbacks run under the bridge mutex";
   Callback_Set_OnAssetInitialised(nullptr);
   Callback_Set_OnAssetRepresentationDataReceived(nullptr);
 }

@@ -119,6 +119,16 @@ TEST(Resolver, ValidateReportsEveryProblemAndCoercesTheRest) {
   EXPECT_TRUE(schema->Validate(std::make_shared<OptionNode>()));
 }
 
+TEST(Resolver, AProblemStaysInTheResultWhenAGroupAfterItIsClean) {
+  GroupRef schema = Root();
+  Declare(schema->AddGroup("video"), "fps", Int(60));
+  NodeRef config = Read(R"({"x":1,"video":{"fps":"30"}})");
+  LogCapture log;
+  EXPECT_FALSE(schema->Validate(config));
+  EXPECT_EQ(log.lines, std::vector<std::string>{Problem("Option not found '.x'")});
+  EXPECT_EQ(*config->FindByPath({"video", "fps"})->GetValue().Get<Int32Type>(), 30);
+}
+
 TEST(Resolver, ANameOfOptionAndGroupIsValidatedAsGroupThenCoercedAsOption) {
   GroupRef schema = Root();
   Declare(schema, "codec", Int(7));
