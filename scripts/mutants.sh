@@ -3,8 +3,9 @@
 # of the checkout (build-mutants/), rebuilds incrementally, runs the whole suite and says for each fault
 # whether a test failed ("killed", with the tests that failed) or none did ("survived"). A fault marked
 # `runs N` is planted N times, and one caught only in some runs is reported as caught "sometimes".
-#   scripts/mutants.sh [--only REGEX] [--runs N] [--list]
+#   scripts/mutants.sh [--only REGEX] [--in REGEX] [--runs N] [--list]
 #     --only REGEX   only the faults whose id matches
+#     --in REGEX     only the faults in files whose path matches (e.g. src/options/)
 #     --runs N       plant every fault at least N times
 #     --list         print the faults and stop
 # Ends with "N killed, M survived of T" and exits 1 if any survived (or was caught only sometimes) and 2
@@ -20,14 +21,16 @@ build=$work/build
 log=$work/last.log
 
 only=""
+in_files=""
 min_runs=1
 list_only=false
 while [ $# -gt 0 ]; do
   case "$1" in
     --only) only=$2; shift 2 ;;
+    --in) in_files=$2; shift 2 ;;
     --runs) min_runs=$2; shift 2 ;;
     --list) list_only=true; shift ;;
-    *) echo "usage: $0 [--only REGEX] [--runs N] [--list]" >&2; exit 2 ;;
+    *) echo "usage: $0 [--only REGEX] [--in REGEX] [--runs N] [--list]" >&2; exit 2 ;;
   esac
 done
 
@@ -39,7 +42,7 @@ add_fault() {
     echo "mutants.txt: fault $id needs in, sed and why" >&2
     exit 2
   fi
-  if [ -z "$only" ] || [[ $id =~ $only ]]; then
+  if { [ -z "$only" ] || [[ $id =~ $only ]]; } && { [ -z "$in_files" ] || [[ $file =~ $in_files ]]; }; then
     ids+=("$id") files+=("$file") scripts+=("$script") whys+=("$why") runs+=("$n")
   fi
 }
