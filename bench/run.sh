@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Builds the benchmarks in Release in build-bench/, runs them once, and prints one table of every ratio
+# of that run, with instruction counts from callgrind beside the times (see the README, "Benchmarks").
+#
+#   bench/run.sh [--quick]
+#
+# --quick takes one repetition of each benchmark instead of five, for a first look.
+# QUORL_BENCH_LIBRARY=<path> measures another libQuorlBridge.so in the render rows (e.g. an older build).
+# Installs what is missing (compiler, CMake, Google Benchmark, RapidJSON, valgrind) as root or via sudo.
+# Raw outputs stay in build-bench/results/.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+repetitions=5
+[ "${1:-}" = "--quick" ] && repetitions=1
+
+packages=(build-essential cmake libbenchmark-dev rapidjson-dev valgrind)
+missing=()
+for package in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "bench/run.sh: run as root to install: ${missing[*]}" >&2; exit 1; }
+    as_root=(sudo)
+  fi
+  echo "bench/run.sh: installing ${missing[*]}" >&2
+  export DEBIAN_FRONTEND=noninteractive
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+fi
+
+build=build-bench
+results=$build/results
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DQUORL_BUILD_TESTS=OFF -DQUORL_BUILD_TOOLS=OFF \
+  -DQUORL_BUILD_BENCH=ON >/dev/null
+cmake --build "$build" -j"$(nproc)" --target render_events_bench base64_bench json_bench bench_table >/dev/null
+
+rm -rf "$results"
+mkdir -p "$results/callgrind"
+programs=(render_events_bench base64_bench json_bench)
+
+for program in "${programs[@]}"; do
+  echo "bench/run.sh: timing $program" >&2
+  "$build/bench/$program" --metrics="$results/$program.metrics" --benchmark_repetitions="$repetitions" \
+    --benchmark_min_time=0.2 >"$results/$program.log" 2>&1 || { cat "$results/$program.log" >&2; exit 1; }
+done
+
+for program in "${programs[@]}"; do
+  echo "bench/run.sh: counting instructions of $program" >&2
+  valgrind --tool=callgrind --instr-atstart=no --compress-strings=no --compress-pos=no \
+    --callgrind-out-file="$results/callgrind/$program.%p" "$build/bench/$program" --count \
+    >"$results/$program.count.log" 2>&1 || { cat "$results/$program.count.log" >&2; exit 1; }
+done
+
+metrics=()
+for program in "${programs[@]}"; do metrics+=("$results/$program.metrics"); done
+"$build/bench/bench_table" --callgrind="$results/callgrind" "${metrics[@]}"
