@@ -33,13 +33,16 @@ void FireRenderEvent(int32_t eventId);
 int32_t RenderEventSlotCount();
 
 // Has no data and no other purpose than to live, behind a thread-safe shared pointer, for as long as a
-// frame-context render function runs.
-class FrameContextScope {
+// frame-context render function runs. Final, so that its destruction is a direct call.
+class FrameContextScope final {
  public:
   virtual ~FrameContextScope() = default;
 };
 
 // Fills `context` (structSize 24, the rest zero) and returns a new scope. `x` is accepted and not read.
+// Each thread keeps one block for a scope and its counts, so the scope of a frame-context call costs no
+// allocation; a scope made while the thread's block is in use (a render function that fires another
+// frame-context event itself) is allocated. The shared pointer must not leave the thread that made it.
 std::shared_ptr<FrameContextScope> PrepareFrameContext(FrameContext& context, void* x);
 
 void RunWithFrameContextI(QuorlRenderFnFrameContextI fn, int32_t a, void* x, void* y);
