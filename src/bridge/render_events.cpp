@@ -1,47 +1,13 @@
 #include "bridge/render_events.h"
 
-#include <atomic>
-#include <cstddef>
-#include <mutex>
-
-#include "bridge/free_slot_index.h"
-
 namespace quorl {
 
-namespace {
+namespace render_events_internal {
 
-// The slot table. Its constructor is constexpr and its members are plain words, so the global below is
-// constant-initialised with any compiler: it works from the moment the library is loaded, also when
-// another library's static constructor queues first. Pending closures are destroyed when the library is
-// unloaded. Every member but `count` is guarded by `mutex`.
-class RenderEventSlots {
- public:
-  constexpr RenderEventSlots() noexcept = default;
-  ~RenderEventSlots() { delete[] slots_; }
-  RenderEventSlots(const RenderEventSlots&) = delete;
-  RenderEventSlots& operator=(const RenderEventSlots&) = delete;
-
-  std::mutex mutex;  // the render-event slot mutex
-  FreeSlotIndex freeSlots;
-  // The slot count, published after each append, for the unlocked range test of FireRenderEvent.
-  std::atomic<int32_t> count{0};
-
-  RenderEventClosure& operator[](std::size_t index) noexcept { return slots_[index]; }
-
-  // Appends a copy of `closure` as a new slot and returns its index; leaves the table as it was (as
-  // far as anyone can see) if that throws.
-  std::size_t Append(const RenderEventClosure& closure) {
-    const std::size_t index = size_;
-    if (index == capacity_) Grow();
-    slots_[index].CopyIntoEmpty(closure);  // a throwing copy leaves the new slot out of the table
-    size_ = index + 1;
-    count.store(static_cast<int32_t>(size_), std::memory_order_release);
-    return index;
-  }
-
- private:
-  // Doubles the capacity; every closure moves over byte for byte.
-  void Grow() {
+std::size_t RenderEventSlots::Append(RenderEventClosure& closure) {
+  const std::size_t index = size_;
+  if (index == capacity_) {
+    // Doubles the capacity; every closure moves over byte for byte.
     const std::size_t capacity = capacity_ == 0 ? 64 : capacity_ * 2;
     freeSlots.Reserve(capacity);
     RenderEventClosure* grown = new RenderEventClosure[capacity];
@@ -51,11 +17,11 @@ class RenderEventSlots {
     slots_ = grown;
     capacity_ = capacity;
   }
-
-  RenderEventClosure* slots_ = nullptr;  // capacity_ closures, the first size_ of them slots
-  std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
-};
+  slots_[index].TakeFrom(closure);
+  size_ = index + 1;
+  count.store(static_cast<int32_t>(size_), std::memory_order_release);
+  return index;
+}
 
 // Refuses to compile if the table ever needs dynamic initialisation.
 #if defined(__clang__)
@@ -65,23 +31,14 @@ __constinit
 #endif
 RenderEventSlots renderEventSlots;
 
-// The rare path of QueueRenderEvent, kept out of line so that the common one stays short.
-[[gnu::noinline]] int32_t AppendRenderEvent(RenderEventSlots& table, const RenderEventClosure& closure) {
-  return kRenderEventIdBase + static_cast<int32_t>(table.Append(closure));
+int32_t AppendRenderEvent(RenderEventClosure closure) {
+  return kRenderEventIdBase + static_cast<int32_t>(renderEventSlots.Append(closure));
 }
 
-}  // namespace
+}  // namespace render_events_internal
 
-int32_t QueueRenderEvent(const RenderEventClosure& closure) {
-  RenderEventSlots& table = renderEventSlots;
-  std::lock_guard<std::mutex> lock(table.mutex);
-  // Only slots that exist can be free, so an empty set also covers a table without slots.
-  const std::size_t lowest = table.freeSlots.Lowest();
-  if (lowest == FreeSlotIndex::kNone) return AppendRenderEvent(table, closure);
-  table[lowest].CopyIntoEmpty(closure);  // a throwing copy leaves the slot free
-  table.freeSlots.MarkTaken(lowest);
-  return kRenderEventIdBase + static_cast<int32_t>(lowest);
-}
+using render_events_internal::renderEventSlots;
+using render_events_internal::RenderEventSlots;
 
 void FireRenderEvent(int32_t eventId) {
   // Wrapping 32-bit subtraction: far negative identifiers come out large and fail the range test.

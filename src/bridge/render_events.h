@@ -10,20 +10,76 @@
 // the bridge mutex) is held only for the search, the copy and the swap. The slot count is also kept in an
 // atomic so that FireRenderEvent can test an identifier's range without the lock; the table never
 // shrinks, so an identifier once in range stays in range.
+//
+// The slot table is declared here, not hidden in the source, so that the common path of QueueRenderEvent
+// is inline: an export that binds a closure and queues it then stores the bound values straight into the
+// slot, and the closure object itself never reaches memory. Nothing outside this unit touches the table.
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include "bridge/exports.h"
+#include "bridge/free_slot_index.h"
 #include "bridge/render_closure.h"
 
 namespace quorl {
 
 inline constexpr int32_t kRenderEventIdBase = 16000;
 
+namespace render_events_internal {
+
+// The slot table. Its constructor is constexpr and its members are plain words, so the global below is
+// constant-initialised with any compiler: it works from the moment the library is loaded, also when
+// another library's static constructor queues first. Pending closures are destroyed when the library is
+// unloaded. Every member but `count` is guarded by `mutex`.
+class RenderEventSlots {
+ public:
+  constexpr RenderEventSlots() noexcept = default;
+  ~RenderEventSlots() { delete[] slots_; }
+  RenderEventSlots(const RenderEventSlots&) = delete;
+  RenderEventSlots& operator=(const RenderEventSlots&) = delete;
+
+  std::mutex mutex;  // the render-event slot mutex
+  FreeSlotIndex freeSlots;
+  // The slot count, published after each append, for the unlocked range test of FireRenderEvent.
+  std::atomic<int32_t> count{0};
+
+  RenderEventClosure& operator[](std::size_t index) noexcept { return slots_[index]; }
+
+  // Appends `closure` as a new slot, leaving `closure` empty, and returns the slot's index. If that
+  // throws, the table is as it was as far as anyone can see.
+  std::size_t Append(RenderEventClosure& closure);
+
+ private:
+  RenderEventClosure* slots_ = nullptr;  // capacity_ closures, the first size_ of them slots
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+// Defined in render_events.cpp, constant-initialised.
+extern RenderEventSlots renderEventSlots;
+
+// The rare path of QueueRenderEvent, with the mutex held: `closure` is a copy of the queued closure,
+// taken by value so that the caller's closure never has its address taken.
+int32_t AppendRenderEvent(RenderEventClosure closure);
+
+}  // namespace render_events_internal
+
 // Queues a copy of `closure` into the lowest free slot and returns its event identifier.
-int32_t QueueRenderEvent(const RenderEventClosure& closure);
+inline int32_t QueueRenderEvent(const RenderEventClosure& closure) {
+  render_events_internal::RenderEventSlots& table = render_events_internal::renderEventSlots;
+  std::lock_guard<std::mutex> lock(table.mutex);
+  // Only slots that exist can be free, so an empty set also covers a table without slots.
+  const std::size_t lowest = table.freeSlots.Lowest();
+  if (lowest == FreeSlotIndex::kNone) return render_events_internal::AppendRenderEvent(closure);
+  table[lowest].CopyIntoEmpty(closure);  // a throwing copy leaves the slot free
+  table.freeSlots.MarkTaken(lowest);
+  return kRenderEventIdBase + static_cast<int32_t>(lowest);
+}
 
 // Runs and frees the slot of `eventId` once; identifiers below the base, beyond the table or already
 // fired are ignored. Exceptions of the called function pass through, with the slot already free.
