@@ -12,9 +12,9 @@
 // shrinks, so an identifier once in range stays in range.
 //
 // A round trip runs every frame, so its common paths are inline (at the end of this header): the queue's
-// search and copy, so that an export's bound values go straight into the slot, and the frame-context
-// wrappers, so that a fired closure runs its wrapper without another call. Nothing outside this unit
-// touches what render_events_internal holds.
+// search and copy, so that an export queues with no call but the mutex's, and the frame-context wrappers,
+// so that a fired closure runs its wrapper without another call level. Nothing outside this unit touches
+// what render_events_internal holds.
 #pragma once
 
 #include <atomic>
