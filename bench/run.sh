@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
-# Builds the benchmarks in Release in build-bench/, runs them once, and prints one table of every ratio
-# of that run, with instruction counts from callgrind beside the times (see the README, "Benchmarks").
+# Builds the benchmarks in Release in build-bench/, runs each program once (ten repetitions of each of its
+# benchmarks, the least time kept), counts the same work's instructions under callgrind, and prints one
+# table of every ratio of that run (see the README, "Benchmarks").
 #
 #   bench/run.sh [--quick]
 #
-# --quick takes one repetition of each benchmark instead of five, for a first look.
+# --quick takes one repetition of each benchmark instead of ten, for a first look.
 # QUORL_BENCH_LIBRARY=<path> measures another libQuorlBridge.so in the render rows (e.g. an older build).
 # Installs what is missing (compiler, CMake, Google Benchmark, RapidJSON, valgrind) as root or via sudo.
 # Raw outputs stay in build-bench/results/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-repetitions=5
+repetitions=10
 [ "${1:-}" = "--quick" ] && repetitions=1
 
 packages=(build-essential cmake libbenchmark-dev rapidjson-dev valgrind)
@@ -44,7 +45,7 @@ programs=(render_events_bench base64_bench json_bench)
 for program in "${programs[@]}"; do
   echo "bench/run.sh: timing $program" >&2
   "$build/bench/$program" --metrics="$results/$program.metrics" --benchmark_repetitions="$repetitions" \
-    --benchmark_min_time=0.2 >"$results/$program.log" 2>&1 || { cat "$results/$program.log" >&2; exit 1; }
+    --benchmark_min_time=0.1 >"$results/$program.log" 2>&1 || { cat "$results/$program.log" >&2; exit 1; }
 done
 
 for program in "${programs[@]}"; do
