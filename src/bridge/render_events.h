@@ -152,12 +152,28 @@ struct ScopeBlockAllocator {
 }  // namespace render_events_internal
 
 inline int32_t QueueRenderEvent(const RenderEventClosure& closure) {
+  // Asked before the mutex call, where an export's closure is still known to the compiler: then the
+  // other kind of copy drops out, the closure's address is never taken, and its bound values are
+  // stored into the slot from registers.
+  const bool copiesAsBytes = closure.CopiesAsBytes();
   render_events_internal::RenderEventSlots& table = render_events_internal::renderEventSlots;
   std::lock_guard<std::mutex> lock(table.mutex);
   // Only slots that exist can be free, so an empty set also covers a table without slots.
   const std::size_t lowest = table.freeSlots.Lowest();
-  if (lowest == FreeSlotIndex::kNone) return render_events_internal::AppendRenderEvent(closure);
-  table[lowest].CopyIntoEmpty(closure);  // a throwing copy leaves the slot free
+  if (lowest == FreeSlotIndex::kNone) {
+    RenderEventClosure copy;
+    if (copiesAsBytes) {
+      copy.CopyBytesIntoEmpty(closure);
+    } else {
+      copy.CopyIntoEmpty(closure);
+    }
+    return render_events_internal::AppendRenderEvent(std::move(copy));
+  }
+  if (copiesAsBytes) {
+    table[lowest].CopyBytesIntoEmpty(closure);
+  } else {
+    table[lowest].CopyIntoEmpty(closure);  // a throwing copy leaves the slot free
+  }
   table.freeSlots.MarkTaken(lowest);
   return kRenderEventIdBase + static_cast<int32_t>(lowest);
 }
