@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
-# Builds the benchmarks in Release in build-bench/, runs each program once (ten repetitions of each of its
-# benchmarks, the least time kept), counts the same work's instructions under callgrind, and prints one
-# table of every ratio of that run (see the README, "Benchmarks").
+# Builds the benchmarks in Release in build-bench/, runs each program once (50 short repetitions of each of
+# its benchmarks, the least time kept), counts the same work's instructions under callgrind, and prints
+# one table of every ratio of that run (see the README, "Benchmarks").
 #
 #   bench/run.sh [--quick]
 #
-# --quick takes one repetition of each benchmark instead of ten, for a first look.
+# --quick takes 5 repetitions of each benchmark instead of 50, for a first look.
 # QUORL_BENCH_LIBRARY=<path> measures another libQuorlBridge.so in the render rows (e.g. an older build).
 # Installs what is missing (compiler, CMake, Google Benchmark, RapidJSON, valgrind) as root or via sudo.
 # Raw outputs stay in build-bench/results/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-repetitions=10
-[ "${1:-}" = "--quick" ] && repetitions=1
+repetitions=50
+[ "${1:-}" = "--quick" ] && repetitions=5
 
 packages=(build-essential cmake libbenchmark-dev rapidjson-dev valgrind)
 missing=()
@@ -42,14 +42,15 @@ rm -rf "$results"
 mkdir -p "$results/callgrind"
 programs=(render_events_bench base64_bench json_bench)
 
-# Repetitions of the benchmarks of one program run in random order, so that a busy spell of the machine
-# falls on all of them alike. The render benchmark runs once per pending count: its straightforward table
+# Repetitions are short (20 ms) and those of the benchmarks of one program run in random order: a busy
+# spell of the machine then spoils a few repetitions of each benchmark rather than all of one, and the
+# least time of each is an undisturbed one. The render benchmark runs once per pending count: its straightforward table
 # takes quadratic time to fill, so each process fills it once, for its own count.
 time_program() {
   local program=$1 name=$2
   shift 2
   "$build/bench/$program" --metrics="$results/$name.metrics" --benchmark_repetitions="$repetitions" \
-    --benchmark_min_time=0.1 --benchmark_enable_random_interleaving=true "$@" >"$results/$name.log" 2>&1 ||
+    --benchmark_min_time=0.02 --benchmark_enable_random_interleaving=true "$@" >"$results/$name.log" 2>&1 ||
     { cat "$results/$name.log" >&2; exit 1; }
 }
 metrics=()
