@@ -1,20 +1,30 @@
-// The render-event path, the one that runs every frame: ns per queue-and-fire round trip through the
-// exports, for the plain and the frame-context shapes, with 0 to 100,000 events pending in lower slots;
-// heap allocations per round trip; an uncontended lock/unlock pair as the floor; and a straightforward
-// table (a std::function per slot, found by a linear scan) as the reference. Run it and read the
-// counters: "allocs" is heap allocations per round trip, "x_floor" the time in lock pairs.
+// The render-event path, the one that runs every frame, measured the way the engine meets it: through
+// the exports of a shared library loaded with dlopen. Two libraries are loaded side by side and called
+// through the same function pointers: libQuorlBridge.so and the straightforward table of
+// bench/reference/, built as a shared library with the same flags. Neither is compiled into this program.
+//
+// A round trip is one queue call and the UnityRenderEvent that fires it, in three shapes: plain
+// (QueueGLEventI), and frame-context with three integers or one. Each is measured with 0, 100, 10,000 and
+// 100,000 events pending in the lowest slots, with heap allocations per round trip ("allocs", from the
+// replaced global operator new below, which the loaded libraries bind to as well). The floor is one
+// uncontended std::mutex lock/unlock pair, measured before each pending count.
+//
+// QUORL_BENCH_LIBRARY and QUORL_BENCH_STRAIGHTFORWARD name other builds of the two libraries, e.g. an
+// older libQuorlBridge.so for a before-and-after comparison.
 #include <benchmark/benchmark.h>
+#include <dlfcn.h>
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <mutex>
 #include <new>
+#include <string>
 #include <vector>
 
+#include "bench_metrics.h"
 #include "bridge/exports.h"
-#include "bridge/render_events.h"
 
 // The replaced global operator new below allocates with malloc, so free is the matching release.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
@@ -25,7 +35,6 @@ std::atomic<long> allocations{0};
 
 }  // namespace
 
-// Counts every allocation of the process, so a benchmark can report allocations per iteration.
 void* operator new(std::size_t size) {
   allocations.fetch_add(1, std::memory_order_relaxed);
   if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
@@ -40,21 +49,99 @@ void operator delete(void* p, std::size_t) noexcept {
 
 namespace {
 
+constexpr int32_t kIdBase = 16000;
+constexpr int kPendingCounts[] = {0, 100, 10000, 100000};
+
+struct RenderLibrary {
+  const char* label;
+  decltype(&::QueueGLEventI) queueI = nullptr;
+  decltype(&::QueueGLEventPrepFrameContextI) queueContextI = nullptr;
+  decltype(&::QueueGLEventPrepFrameContextIII) queueContextIII = nullptr;
+  decltype(&::UnityRenderEvent) fire = nullptr;
+  int32_t pending = 0;  // events kept pending in slots [0, pending)
+};
+
+RenderLibrary Load(const char* label, const char* variable, const char* builtPath) {
+  const char* chosen = std::getenv(variable);
+  const std::string path = chosen != nullptr && *chosen != '\0' ? chosen : builtPath;
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    std::fprintf(stderr, "render_events_bench: cannot load %s: %s\n", path.c_str(), dlerror());
+    std::exit(2);
+  }
+  RenderLibrary library{label};
+  auto resolve = [&](auto& pointer, const char* name) {
+    pointer = reinterpret_cast<std::remove_reference_t<decltype(pointer)>>(dlsym(handle, name));
+    if (pointer == nullptr) {
+      std::fprintf(stderr, "render_events_bench: %s has no export %s\n", path.c_str(), name);
+      std::exit(2);
+    }
+  };
+  resolve(library.queueI, "QueueGLEventI");
+  resolve(library.queueContextI, "QueueGLEventPrepFrameContextI");
+  resolve(library.queueContextIII, "QueueGLEventPrepFrameContextIII");
+  resolve(library.fire, "UnityRenderEvent");
+  return library;  // the handle stays open for the life of the process, as in the engine
+}
+
+RenderLibrary& Ours() {
+  static RenderLibrary library = Load("ours", "QUORL_BENCH_LIBRARY", QUORL_BENCH_LIBRARY_PATH);
+  return library;
+}
+RenderLibrary& Straightforward() {
+  static RenderLibrary library =
+      Load("straightforward", "QUORL_BENCH_STRAIGHTFORWARD", QUORL_BENCH_STRAIGHTFORWARD_PATH);
+  return library;
+}
+
 int sink = 0;
 void Plain(int32_t a) {
   sink += a;
 }
-void WithContext(int32_t a, int32_t b, int32_t c, const FrameContext* context) {
+void WithContextIII(int32_t a, int32_t b, int32_t c, const FrameContext* context) {
   sink += a + b + c + static_cast<int>(context->structSize);
 }
+void WithContextI(int32_t a, const FrameContext* context) {
+  sink += a + static_cast<int>(context->structSize);
+}
 
-// Leaves exactly `pending` events pending, in the lowest slots, and every other slot free.
-void SetPending(int pending) {
-  const int32_t count = quorl::RenderEventSlotCount();
-  for (int32_t i = 0; i < count; ++i)
-    UnityRenderEvent(quorl::kRenderEventIdBase + i);
-  for (int i = 0; i < pending; ++i)
-    QueueGLEventI(&Plain, 0);
+// Pending counts only grow during a run: the straightforward table needs a quadratic time to fill, so
+// each count is reached once, by adding to the one before. False if a slot came out other than expected.
+bool EnsurePending(RenderLibrary& library, int32_t pending) {
+  while (library.pending < pending) {
+    if (library.queueI(&Plain, 0) != kIdBase + library.pending) return false;
+    ++library.pending;
+  }
+  return library.pending == pending;
+}
+
+enum class Shape { kPlain, kFrameContextIII, kFrameContextI };
+constexpr const char* kShapeNames[] = {"plain", "frame_context_iii", "frame_context_i"};
+
+template <Shape kShape>
+inline void RoundTrip(const RenderLibrary& library) {
+  int32_t id;
+  if constexpr (kShape == Shape::kPlain) {
+    id = library.queueI(&Plain, 1);
+  } else if constexpr (kShape == Shape::kFrameContextIII) {
+    id = library.queueContextIII(&WithContextIII, 1, 2, 3, nullptr, nullptr);
+  } else {
+    id = library.queueContextI(&WithContextI, 1, nullptr, nullptr);
+  }
+  library.fire(id);
+}
+
+template <Shape kShape>
+void BM_RoundTrip(benchmark::State& state, RenderLibrary* library) {
+  if (!EnsurePending(*library, static_cast<int32_t>(state.range(0)))) {
+    state.SkipWithError("the pending events did not take the lowest slots");
+    return;
+  }
+  const long before = allocations.load();
+  for (auto _ : state)
+    RoundTrip<kShape>(*library);
+  state.counters["allocs"] = benchmark::Counter(static_cast<double>(allocations.load() - before),
+                                                benchmark::Counter::kAvgIterations);
 }
 
 void BM_LockUnlockFloor(benchmark::State& state) {
@@ -66,91 +153,68 @@ void BM_LockUnlockFloor(benchmark::State& state) {
   }
 }
 
-template <bool kFrameContext>
-void BM_RoundTrip(benchmark::State& state) {
-  SetPending(static_cast<int>(state.range(0)));
-  const long before = allocations.load();
-  for (auto _ : state) {
-    const int32_t id = kFrameContext
-                           ? QueueGLEventPrepFrameContextIII(&WithContext, 1, 2, 3, nullptr, nullptr)
-                           : QueueGLEventI(&Plain, 1);
-    UnityRenderEvent(id);
-  }
-  state.counters["allocs"] = benchmark::Counter(static_cast<double>(allocations.load() - before),
-                                                benchmark::Counter::kAvgIterations);
-  SetPending(0);
+template <Shape kShape>
+void RegisterShape(RenderLibrary& library, int pending) {
+  const std::string name =
+      std::string("render/") + kShapeNames[static_cast<int>(kShape)] + "/" + library.label;
+  benchmark::RegisterBenchmark(name.c_str(), &BM_RoundTrip<kShape>, &library)->Arg(pending);
 }
 
-// The straightforward table: what one would write first.
-class StraightforwardTable {
- public:
-  int32_t Queue(std::function<void()> call) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (std::size_t i = 0; i < slots_.size(); ++i) {
-      if (!slots_[i]) {
-        slots_[i] = std::move(call);
-        return quorl::kRenderEventIdBase + static_cast<int32_t>(i);
+// Ours and the straightforward table alternate at each pending count, after a floor of their own, so
+// that drift on a shared machine falls on both alike.
+void RegisterAll() {
+  for (const int pending : kPendingCounts) {
+    benchmark::RegisterBenchmark("floor", &BM_LockUnlockFloor);
+    for (RenderLibrary* library : {&Ours(), &Straightforward()}) {
+      RegisterShape<Shape::kPlain>(*library, pending);
+      RegisterShape<Shape::kFrameContextIII>(*library, pending);
+      RegisterShape<Shape::kFrameContextI>(*library, pending);
+    }
+  }
+}
+
+template <Shape kShape>
+void CountShape(RenderLibrary& library, int pending, long operations) {
+  for (int i = 0; i < 1000; ++i)
+    RoundTrip<kShape>(library);
+  const std::string key = std::string("render/") + kShapeNames[static_cast<int>(kShape)] + "/" +
+                          library.label + "/" + std::to_string(pending);
+  quorl::bench::CountRegion(key.c_str(), operations, [&] {
+    for (long i = 0; i < operations; ++i)
+      RoundTrip<kShape>(library);
+  });
+}
+
+// Instructions per round trip. The straightforward table is counted only where its linear scan keeps
+// the run short under callgrind.
+void CountAll() {
+  std::mutex mutex;
+  constexpr long kFloorPairs = 100000;
+  quorl::bench::CountRegion("floor", kFloorPairs, [&] {
+    for (long i = 0; i < kFloorPairs; ++i) {
+      mutex.lock();
+      benchmark::ClobberMemory();
+      mutex.unlock();
+    }
+  });
+  for (const int pending : kPendingCounts) {
+    for (RenderLibrary* library : {&Ours(), &Straightforward()}) {
+      if (library == &Straightforward() && pending > 100) continue;
+      if (!EnsurePending(*library, pending)) {
+        std::fprintf(stderr, "render_events_bench: %s: pending events took unexpected slots\n",
+                     library->label);
+        std::exit(1);
       }
+      CountShape<Shape::kPlain>(*library, pending, 20000);
+      CountShape<Shape::kFrameContextIII>(*library, pending, 20000);
+      CountShape<Shape::kFrameContextI>(*library, pending, 20000);
     }
-    slots_.push_back(std::move(call));
-    return quorl::kRenderEventIdBase + static_cast<int32_t>(slots_.size() - 1);
   }
-  void Fire(int32_t id) {
-    std::function<void()> call;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      const auto index = static_cast<std::size_t>(id - quorl::kRenderEventIdBase);
-      if (index >= slots_.size()) return;
-      call.swap(slots_[index]);
-    }
-    if (call) call();
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::function<void()>> slots_;
-};
-
-template <bool kFrameContext>
-void BM_StraightforwardRoundTrip(benchmark::State& state) {
-  StraightforwardTable table;
-  for (int64_t i = 0; i < state.range(0); ++i)
-    table.Queue([] { Plain(0); });
-  const long before = allocations.load();
-  for (auto _ : state) {
-    int32_t id;
-    if (kFrameContext) {
-      id = table.Queue([] {
-        FrameContext context;
-        auto scope = std::make_shared<quorl::FrameContextScope>();
-        context = FrameContext{24, 0, 0, 0};
-        WithContext(1, 2, 3, &context);
-      });
-    } else {
-      id = table.Queue([] { Plain(1); });
-    }
-    table.Fire(id);
-  }
-  state.counters["allocs"] = benchmark::Counter(static_cast<double>(allocations.load() - before),
-                                                benchmark::Counter::kAvgIterations);
 }
 
 }  // namespace
 
-BENCHMARK(BM_LockUnlockFloor);
-BENCHMARK(BM_RoundTrip<false>)->Name("RoundTrip/plain")->Arg(0)->Arg(100)->Arg(10000)->Arg(100000);
-BENCHMARK(BM_RoundTrip<true>)->Name("RoundTrip/frame_context")->Arg(0)->Arg(100)->Arg(10000)->Arg(100000);
-BENCHMARK(BM_StraightforwardRoundTrip<false>)
-    ->Name("Straightforward/plain")
-    ->Arg(0)
-    ->Arg(100)
-    ->Arg(10000)
-    ->Arg(100000);
-BENCHMARK(BM_StraightforwardRoundTrip<true>)
-    ->Name("Straightforward/frame_context")
-    ->Arg(0)
-    ->Arg(100)
-    ->Arg(10000)
-    ->Arg(100000);
-
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  RegisterAll();
+  return quorl::bench::RunWithMetrics(argc, argv, &CountAll);
+}

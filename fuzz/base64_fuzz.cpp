@@ -1,5 +1,6 @@
 // Fuzzes the Base64 encoder and decoder against a byte-at-a-time model of the same algorithm, and checks
-// the round trip that the encoder's fixed tail allows.
+// the round trip that the encoder's fixed tail allows. Every path that this machine can run (the vector
+// ones and the portable one) must give the model's bytes, from the same exact-sized copies.
 //
 // The input is used twice. As text, it is decoded from an exact-sized heap copy, so that a read past the
 // end is caught. As bytes, its first byte is the one that the encoder finds behind the data (the pointer
@@ -17,6 +18,9 @@
 namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+using quorl::base64_internal::Base64Path;
+constexpr Base64Path kPaths[] = {Base64Path::kPortable, Base64Path::kSsse3, Base64Path::kAvx2};
 
 [[noreturn]] void Fail(const char* what) {
   std::fprintf(stderr, "base64_fuzz: %s\n", what);
@@ -82,6 +86,11 @@ void CheckDecode(const uint8_t* data, std::size_t size) {
     return;
   }
   if (decoded != ModelDecode(text.get(), size)) Fail("decoded bytes differ from the model");
+  for (Base64Path path : kPaths) {
+    if (!quorl::base64_internal::Base64PathAvailable(path)) continue;
+    if (quorl::base64_internal::Base64DecodeWith(path, text.get(), size) != decoded)
+      Fail("the paths decode differently");
+  }
   if (quorl::Base64Decode(std::string(text.get(), size)) != decoded) Fail("string form decodes differently");
   if (decoded.c_str()[decoded.size()] != '\0') Fail("decoded text lost its terminating NUL");
 }
@@ -101,6 +110,11 @@ void CheckEncode(const uint8_t* data, std::size_t size) {
   const std::string encoded = quorl::Base64Encode(bytes.get(), length);
   if (encoded != ModelEncode(bytes.get(), length, behind)) Fail("encoded text differs from the model");
   if (encoded.size() != (length + 2) / 3 * 4) Fail("encoded length is not four per started group");
+  for (Base64Path path : kPaths) {
+    if (!quorl::base64_internal::Base64PathAvailable(path)) continue;
+    if (quorl::base64_internal::Base64EncodeWith(path, bytes.get(), length) != encoded)
+      Fail("the paths encode differently");
+  }
 
   const std::string text(reinterpret_cast<const char*>(bytes.get()), length);
   const std::string fromString = quorl::Base64Encode(text);

@@ -5,33 +5,45 @@
 namespace quorl {
 
 void FreeSlotIndex::Reserve(std::size_t count) {
-  std::size_t words = (count + 63) / 64;
-  if (words == 0) words = 1;
-  if (levelCount_ != 0 && words_[0] >= words) return;
+  if (count <= capacity_ && levelCount_ != 0) return;
 
-  // Build the grown shape aside, so that an allocation failure leaves the index as it was.
-  std::unique_ptr<uint64_t[]> grown[kMaxLevels];
-  std::size_t grownWords[kMaxLevels] = {};
-  std::size_t grownCount = 0;
-  for (;;) {
-    grown[grownCount].reset(new uint64_t[words]());
-    grownWords[grownCount] = words;
-    if (grownCount < levelCount_) {
-      std::copy(levels_[grownCount].get(), levels_[grownCount].get() + words_[grownCount],
-                grown[grownCount].get());
+  // The grown shape: words per level, from one bit per slot up to the single top word.
+  std::size_t words[kMaxLevels] = {};
+  std::size_t levelCount = 0;
+  std::size_t belowTop = 0;  // words of all levels under the top
+  for (std::size_t n = std::max<std::size_t>((count + 63) / 64, 1);; n = (n + 63) / 64) {
+    words[levelCount++] = n;
+    if (n == 1) break;
+    belowTop += n;
+  }
+
+  // The one allocation; nothing below it throws, so a failure leaves the set as it was.
+  uint64_t* block = belowTop == 0 ? nullptr : new uint64_t[belowTop]();
+  uint64_t* grown[kMaxLevels] = {};
+  for (std::size_t level = 0, offset = 0; level + 1 < levelCount; offset += words[level++])
+    grown[level] = block + offset;
+
+  // Level 0 keeps its bits; every summary above is rebuilt exactly from the level below it.
+  const uint64_t oldTop = top_;
+  uint64_t* const newLevel0 = levelCount == 1 ? &top_ : grown[0];
+  if (levelCount_ == 1) {
+    newLevel0[0] = oldTop;
+  } else if (levelCount_ > 1) {
+    std::copy(levels_[0], levels_[0] + (capacity_ / 64), newLevel0);
+  }
+  if (levelCount > 1) top_ = 0;
+  grown[levelCount - 1] = &top_;
+  for (std::size_t level = 1; level < levelCount; ++level) {
+    for (std::size_t i = 0; i < words[level - 1]; ++i) {
+      if (grown[level - 1][i] != 0) grown[level][i / 64] |= uint64_t{1} << (i % 64);
     }
-    ++grownCount;
-    if (words == 1) break;
-    words = (words + 63) / 64;
   }
-  // A taller tree needs its new upper levels to summarise the old top word.
-  for (std::size_t level = levelCount_ == 0 ? 1 : levelCount_; level < grownCount; ++level) {
-    if (grown[level - 1][0] != 0) grown[level][0] |= 1;
-  }
-  for (std::size_t level = 0; level < kMaxLevels; ++level) {
-    levels_[level].swap(grown[level]);
-    words_[level] = grownWords[level];
-  }
-  levelCount_ = grownCount;
+
+  delete[] block_;
+  block_ = block;
+  std::copy(grown, grown + kMaxLevels, levels_);
+  levelCount_ = levelCount;
+  capacity_ = words[0] * 64;
 }
+
 }  // namespace quorl

@@ -3,25 +3,29 @@
 //
 // A tree of 64-bit words: in level 0, bit i is set when slot i is free; in every level above, a bit is
 // set when the word below it has any bit set, and may stay set for a while after that word emptied (a
-// stale summary, cleared by the next search that walks into it). The top level is one word. Taking a
-// slot touches one word; freeing one climbs only until it meets a summary bit that is already set. Finding
-// the lowest free slot, and marking a slot free or taken, touch one word per level: O(log64 n), four levels
-// for 16 million slots. Slots that were never added are not in the set, so growing the table adds nothing to
-// it.
+// stale summary, cleared by the next search that walks into it). The top level is the single word top_,
+// kept in the object itself, so a table of up to 64 slots is that one word and needs no memory of its
+// own; the levels below it share one heap block. Taking a slot touches one word; freeing one climbs only
+// until it meets a summary bit that is already set. Finding the lowest free slot touches one word per
+// level: O(log64 n), four levels for 16 million slots. Slots that were never added are not in the set,
+// so growing the table adds nothing to it.
 //
-// Constant-initialised, so the global slot table needs no dynamic initialisation. Not synchronised: the owner
-// (the render-event slot table) holds its mutex around every call.
+// Constant-initialised (raw pointers, no standard container), so the global slot table needs no dynamic
+// initialisation, with any compiler. Not synchronised: the owner (the render-event slot table) holds its
+// mutex around every call.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
 namespace quorl {
 
 class FreeSlotIndex {
  public:
   constexpr FreeSlotIndex() noexcept = default;
+  ~FreeSlotIndex() { delete[] block_; }
+  FreeSlotIndex(const FreeSlotIndex&) = delete;
+  FreeSlotIndex& operator=(const FreeSlotIndex&) = delete;
 
   static constexpr std::size_t kNone = ~std::size_t{0};
 
@@ -31,16 +35,17 @@ class FreeSlotIndex {
   // The lowest free slot, or kNone. Clears the stale summary bits it meets on the way.
   std::size_t Lowest() noexcept {
     for (;;) {
-      if (levelCount_ == 0 || levels_[levelCount_ - 1][0] == 0) return kNone;
-      std::size_t index = 0;
-      std::size_t level = levelCount_;
-      while (level-- > 0) {
-        const uint64_t word = levels_[level][index];
+      if (top_ == 0) return kNone;
+      std::size_t index = static_cast<std::size_t>(__builtin_ctzll(top_));
+      std::size_t level = levelCount_ - 1;
+      while (level > 0) {
+        const uint64_t word = levels_[level - 1][index];
         if (word == 0) break;
         index = index * 64 + static_cast<std::size_t>(__builtin_ctzll(word));
+        --level;
       }
-      if (level == static_cast<std::size_t>(-1)) return index;
-      ClearStaleSummary(level + 1, index);
+      if (level == 0) return index;
+      ClearStaleSummary(level, index);
     }
   }
 
@@ -63,11 +68,13 @@ class FreeSlotIndex {
   // 64^6 slots is more than an i32 identifier can name.
   static constexpr std::size_t kMaxLevels = 6;
 
-  // levels_[0] has one bit per slot; levels_[levelCount_ - 1] is a single word. Constant-initialised.
-  // Default-initialised, not `= {}`: copy-initialising the elements is not constant before GCC 11.
-  std::unique_ptr<uint64_t[]> levels_[kMaxLevels];
-  std::size_t words_[kMaxLevels] = {};
-  std::size_t levelCount_ = 0;
+  // levels_[0] has one bit per slot; levels_[levelCount_ - 1] points at top_. Every level below the
+  // top lies in block_.
+  uint64_t* levels_[kMaxLevels] = {};
+  uint64_t* block_ = nullptr;
+  uint64_t top_ = 0;
+  std::size_t levelCount_ = 0;  // 0 until the first Reserve
+  std::size_t capacity_ = 0;    // slots that the levels have room for
 
   // Word `index` of level `level - 1` is empty: clears its summary bit, and upward while words empty.
   void ClearStaleSummary(std::size_t level, std::size_t index) noexcept {

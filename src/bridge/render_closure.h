@@ -71,6 +71,16 @@ class RenderEventClosure {
     other.ops_ = nullptr;
   }
 
+  // Whether copying this closure is copying its bytes (empty, or an inline callable); such a copy
+  // cannot throw. Known when the compiler knows the closure's type, as in a caller that just bound it.
+  bool CopiesAsBytes() const noexcept { return ops_ == nullptr || ops_->copy == nullptr; }
+
+  // Copies `other`, which must copy as bytes, into this closure, which must be empty.
+  void CopyBytesIntoEmpty(const RenderEventClosure& other) noexcept {
+    std::memcpy(storage_, other.storage_, kInlineSize);
+    ops_ = other.ops_;
+  }
+
   // Copies `other` into this closure, which must be empty.
   void CopyIntoEmpty(const RenderEventClosure& other) {
     if (other.ops_ == nullptr) return;

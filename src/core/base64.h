@@ -9,6 +9,11 @@
 //   "=" is only looked at in the last group. A zero size isn't guarded: the pointer form still reads four
 //   characters at `data`, so callers must not pass it.
 // Stateless; any thread. Results are byte strings and may hold NUL.
+//
+// The bulk of long inputs goes through vector code (AVX2, else SSSE3) when the processor has it and, for
+// AVX2, the system saves the wide registers; the choice is made once, on first use. The portable code
+// does the rest and everything on other processors. All paths give the same bytes, and none reads
+// outside what the portable code reads: the input, plus the one byte behind it in the case above.
 #pragma once
 
 #include <cstddef>
@@ -22,5 +27,19 @@ std::string Base64Encode(const std::string& text);
 
 std::string Base64Decode(const char* data, std::size_t size);
 std::string Base64Decode(const std::string& text);
+
+// The paths, one by one, for tests that hold each against the portable one.
+namespace base64_internal {
+
+enum class Base64Path { kPortable, kSsse3, kAvx2 };
+
+// Whether this processor and system can run `path`; always true for the portable one.
+bool Base64PathAvailable(Base64Path path);
+
+// Base64Encode and Base64Decode on `path`, which must be available.
+std::string Base64EncodeWith(Base64Path path, const uint8_t* data, std::size_t size);
+std::string Base64DecodeWith(Base64Path path, const char* data, std::size_t size);
+
+}  // namespace base64_internal
 
 }  // namespace quorl

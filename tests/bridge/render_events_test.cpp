@@ -186,6 +186,47 @@ TEST(FreeSlotIndex, GrowingKeepsWhatWasFree) {
   EXPECT_EQ(index.Lowest(), 4999u);
 }
 
+// The index against a set of free slots, under random taking and freeing while it grows through every
+// height: one word, then two, three and four levels. Freed slots leave stale summaries behind, and
+// growing rebuilds the summaries, so each search must still find the lowest free slot.
+TEST(FreeSlotIndex, MatchesAModelWhileGrowingThroughEveryHeight) {
+  std::mt19937 random(99);
+  FreeSlotIndex index;
+  std::set<std::size_t> free;
+  for (const std::size_t capacity : {std::size_t{1}, std::size_t{64}, std::size_t{65}, std::size_t{4096},
+                                     std::size_t{4097}, std::size_t{262145}}) {
+    index.Reserve(capacity);
+    for (int step = 0; step < 3000; ++step) {
+      const std::size_t lowest = free.empty() ? FreeSlotIndex::kNone : *free.begin();
+      ASSERT_EQ(index.Lowest(), lowest) << "capacity " << capacity << ", step " << step;
+      if (!free.empty() && random() % 2 == 0) {
+        // Take the lowest, as the queue does, or now and then any free slot.
+        auto taken = free.begin();
+        if (random() % 4 == 0) std::advance(taken, static_cast<long>(random() % free.size()));
+        index.MarkTaken(*taken);
+        free.erase(taken);
+      } else {
+        // Free a slot near the top or anywhere below it, so that far words and levels are reached.
+        const std::size_t slot = random() % 2 == 0
+                                     ? capacity - 1 - random() % std::min<std::size_t>(capacity, 70)
+                                     : random() % capacity;
+        if (free.insert(slot).second) index.MarkFree(slot);
+      }
+    }
+    // Every free slot comes out in order when taken lowest first; then all are freed again, so that the
+    // next growth starts from them.
+    for (const std::size_t slot : free) {
+      ASSERT_EQ(index.Lowest(), slot) << "capacity " << capacity;
+      index.MarkTaken(slot);
+    }
+    ASSERT_EQ(index.Lowest(), FreeSlotIndex::kNone);
+    std::vector<std::size_t> shuffled(free.begin(), free.end());
+    std::shuffle(shuffled.begin(), shuffled.end(), random);
+    for (const std::size_t slot : shuffled)
+      index.MarkFree(slot);
+  }
+}
+
 struct Big {
   std::vector<int>* sink;
   std::string payload;
