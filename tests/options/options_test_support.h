@@ -1,6 +1,10 @@
-// Helpers of the schema, condition and resolver tests: typed values, declaring an option in one step as
-// a user would, and capturing the logger's lines while a test runs.
+// Helpers of the option tests: typed values in one call, declaring an option in one step as a user
+// would, the schema of a video player, JSON text read into a tree and a tree written back as text, and
+// capturing the logger's lines while a test runs. For the test's own thread; LogCapture owns the
+// logger's callback while it lives.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
@@ -8,6 +12,7 @@
 
 #include "core/logger.h"
 #include "options/condition.h"
+#include "options/json.h"
 
 namespace quorl::testing {
 
@@ -23,6 +28,9 @@ inline OptionValue Bool(bool v) {
 inline OptionValue Str(const std::string& v) {
   return OptionValue::Of<StringType>(v);
 }
+inline NodeRef Node() {
+  return std::make_shared<OptionNode>();
+}
 inline GroupRef Root() {
   return std::make_shared<OptionGroup>();
 }
@@ -31,6 +39,61 @@ inline DescriptorRef Declare(const GroupRef& group, const char* name, const Opti
                              ConditionRef condition = nullptr) {
   return group->AddOption(
       std::make_shared<OptionDescriptor>(group, name, 0, value, "", std::move(condition)));
+}
+
+// The settings of a video player, declared as its developer would: options with and without conditions,
+// conditions on options with conditions, and groups with and without conditions.
+inline GroupRef PlayerSchema() {
+  GroupRef root = Root();
+  OptionValue zero = OptionValue::Of<FloatType>(0), one = OptionValue::Of<FloatType>(1);
+  root->AddOption(std::make_shared<OptionDescriptor>(root, "volume", 1, OptionValue::Of<FloatType>(0.8f),
+                                                     zero, one, "Output level"));
+  Declare(root, "muted", Bool(false));
+  DescriptorRef language = root->AddOption(std::make_shared<OptionDescriptor>(
+      root, "language", 2, Str("en"), std::vector<OptionValue>{Str("en"), Str("fr")}, "Audio language"));
+  GroupRef video = root->AddGroup("video");
+  DescriptorRef renderer = Declare(video, "renderer", Str("auto"));
+  DescriptorRef hdr = Declare(video, "hdr", Bool(false), MakeEqual(renderer, Str("vulkan")));
+  Declare(video, "tonemap", Str("reinhard"), MakeEqual(hdr, Bool(true)));
+  Declare(video, "fps", Int(60));
+  GroupRef subtitles = root->AddGroup("subtitles", MakeNotEqual(language, Str("en")));
+  Declare(subtitles, "size", Int(24));
+  Declare(subtitles, "font", Str("sans"));
+  GroupRef network = root->AddGroup("network");
+  Declare(network, "bitrate", OptionValue::Of<Int64Type>(5000000));
+  Declare(network, "proxy", Str(""), MakeEqual(Declare(network, "cache", Bool(true)), Bool(false)));
+  return root;
+}
+
+inline rapidjson::Document Parse(const std::string& text) {
+  rapidjson::Document document;
+  document.Parse(text.c_str(), text.size());
+  EXPECT_FALSE(document.HasParseError()) << text;
+  return document;
+}
+
+// A new tree that JSON `text` is read into; `result` receives what ReadJson gave.
+inline NodeRef Read(const std::string& text, bool* result = nullptr) {
+  NodeRef root = Node();
+  const bool read = ReadJson(root, Parse(text));
+  if (result != nullptr) *result = read;
+  return root;
+}
+
+inline std::string Print(const JsonValue& value) {
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  value.Accept(writer);
+  return std::string(buffer.GetString(), buffer.GetSize());
+}
+
+// The node's children as JSON text, written into a top-level value of the kind that the node's shape
+// asks for, as a caller would.
+inline std::string Write(const NodeRef& node) {
+  rapidjson::Document document;
+  node->IsArray() ? document.SetArray() : document.SetObject();
+  WriteJson(node, document, document.GetAllocator());
+  return Print(document);
 }
 
 // Installs a callback that keeps every delivered line (it must not log), and removes it again.

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "options/schema_test_support.h"
+#include "options/options_test_support.h"
 
 namespace quorl::testing {
 namespace {
@@ -16,9 +16,6 @@ TEST(OptionSchema, PathsLeaveOutTheRootAndJoinWithDots) {
   Declare(c, "x", Int(1))->GetPath(path);
   ASSERT_EQ(path.size(), 4u);
   EXPECT_EQ(path[0].name + path[3].name, "ax");
-  path.clear();
-  Declare(root, "top", Int(1))->GetPath(path);
-  EXPECT_EQ(path.size(), 1u);
   path.clear();
   GroupRef gone = root->AddGroup("gone");
   OptionDescriptor orphan(gone, "orphan", 0, Int(1), "");
