@@ -44,15 +44,11 @@ TEST(JsonRead, ResultIsWhatTheLastEntryGaveAndNothingIsUndone) {
   EXPECT_EQ(*root->GetValue().Get<StringType>(), "caf\xc3\xa9");
 }
 
-TEST(JsonRead, ReadingAppendsAndKeysMeetPathsByHash) {
-  NodeRef root = Read(R"({"video":{"codec":"av1","layers":[{"rate":100},{"rate":200}]},"video":1})");
+TEST(JsonRead, ReadingAppendsAndTextsEndAtTheirFirstNul) {
+  NodeRef root = Read(R"({"video":{"codec":"av1"},"video":1})");
   ReadJson(root, Parse(R"({"video":2})"));
-  ASSERT_EQ(root->GetChildren().size(), 3u);
-  EXPECT_EQ(root->FindChild("video"), root->GetChildren()[0]);
-  EXPECT_EQ(root->FindByPath({"video", "codec"})->GetName().hash, NameHash("codec"));
-  EXPECT_EQ(*root->FindByPath({"video", "layers", "0", "rate"})->GetValue().Get<Int32Type>(), 100);
-  EXPECT_EQ(root->FindByPath({"video", "layers", "1"}), nullptr);
-
+  EXPECT_EQ(Write(root), R"({"video":1,"video":2,"video":{"codec":"av1"}})");
+  EXPECT_EQ(root->FindByPath({"video", "codec"})->GetName().hash, NameHash("codec"));  // in the first
   // Keys and strings end at their first NUL, and the key is hashed in that form.
   NodeRef child = Read(R"({"ke\u0000y":"va\u0000lue"})")->GetChildren().at(0);
   EXPECT_EQ(child->GetName().hash, NameHash("ke"));
@@ -77,15 +73,12 @@ TEST(JsonWrite, ValuesComeBeforeContainersAndEmptyThingsVanish) {
 }
 
 TEST(JsonWrite, TheFirstChildDecidesTheShapeAndBothKindsOfChildAreWritten) {
-  NodeRef array = Node();
-  array->AddValue(Int(1));
+  NodeRef array = Read("[1]");
   array->SetChild("named", Int(2));
   EXPECT_EQ(Write(array), "[1,2]");
-  NodeRef object = Node();
-  NodeRef both = object->GetOrCreateChild("k");
+  NodeRef object = Read(R"({"k":{"inner":1}})");
   object->AddValue(Int(2));
-  both->SetValue(Str("s"));
-  both->SetChild("inner", Int(1));
+  object->FindChild("k")->SetValue(Str("s"));
   EXPECT_EQ(Write(object), R"({"k":"s","":2,"k":{"inner":1}})");
 }
 
@@ -99,9 +92,14 @@ TEST(JsonWrite, EachValueTypeHasItsDomForm) {
   root->SetChild("text", Str("tab\t\"q\""));
   EXPECT_EQ(Write(root), R"({"bool":true,"float":0.5,"u32":-1294967296,"u64":18446744073709551615,)"
                          R"("name":"label","text":"tab\t\"q\""})");
+  // Read back, the types follow the text: the float comes back as a double, the unsigned as a negative.
+  NodeRef back = Read(Write(root));
+  EXPECT_TRUE(back->FindChild("float")->GetValue() == OptionValue::Of<DoubleType>(0.5));
+  EXPECT_TRUE(back->FindChild("bool")->GetValue() == Bool(true));
+  EXPECT_TRUE(back->FindChild("u32")->GetValue() == Int(-1294967296));
 }
 
-TEST(JsonRoundTrip, DocumentsSurviveWhereTheRulesAllowButTypesDoNot) {
+TEST(JsonRoundTrip, DocumentsInTheWritersOrderSurviveAndSoDoTheirCopies) {
   // Values precede containers everywhere and nothing is empty or null: the text comes back unchanged,
   // also a thousand levels deep, and so does a deep copy of the tree.
   std::string deep = "42";
@@ -120,13 +118,6 @@ TEST(JsonRoundTrip, DocumentsSurviveWhereTheRulesAllowButTypesDoNot) {
     copy->CopyChildrenFrom(tree);
     EXPECT_TRUE(copy->Equals(tree));
   }
-  NodeRef typed = Node();
-  typed->SetChild("small", OptionValue::Of<Int64Type>(5));
-  typed->SetChild("f", OptionValue::Of<FloatType>(0.25f));
-  NodeRef back = Read(Write(typed));
-  EXPECT_EQ(*back->FindChild("small")->GetValue().Get<Int32Type>(), 5);
-  EXPECT_EQ(*back->FindChild("f")->GetValue().Get<DoubleType>(), 0.25);
-  EXPECT_FALSE(back->Equals(typed));
 }
 
 }  // namespace

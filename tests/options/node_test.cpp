@@ -11,13 +11,6 @@
 namespace quorl::testing {
 namespace {
 
-std::vector<std::string> NamesOf(const NodeRef& node) {
-  std::vector<std::string> names;
-  for (const NodeRef& child : node->GetChildren())
-    names.push_back(child->GetName().name);
-  return names;
-}
-
 TEST(OptionNode, LookUpsCompareHashesAndTheEarlierChildWins) {
   NodeRef root = Node();
   root->AddChild(std::make_shared<OptionNode>(HashedName("first", 77), Int(1)));
@@ -35,14 +28,13 @@ TEST(OptionNode, LookUpsCompareHashesAndTheEarlierChildWins) {
 }
 
 TEST(OptionNode, AddChildMovesNodesBetweenAndWithinParents) {
-  NodeRef left = Node();
+  NodeRef left = Read(R"({"a":1,"b":2})");
   NodeRef right = Node();
-  NodeRef a = left->GetOrCreateChild("a");
-  left->GetOrCreateChild("b");
+  NodeRef a = left->FindChild("a");
   EXPECT_EQ(left->AddChild(a), a);
-  EXPECT_EQ(NamesOf(left), (std::vector<std::string>{"b", "a"}));
+  EXPECT_EQ(Write(left), R"({"b":2,"a":1})");
   EXPECT_EQ(right->AddChild(a), a);
-  EXPECT_EQ(NamesOf(left), std::vector<std::string>{"b"});
+  EXPECT_EQ(Write(left), R"({"b":2})");
   EXPECT_EQ(a->GetParent(), right);
   EXPECT_EQ(right->AddChild(nullptr), nullptr);
   right->RemoveChild(left->GetChildren()[0]);  // not right's child
@@ -100,10 +92,8 @@ TEST(OptionNode, OnlyAddChildTakesACallersNodeSoEachNodeHasOneParent) {
 }
 
 TEST(OptionNode, PathsNameUnnamedNodesByPositionButFindThemByHash) {
-  NodeRef root = Node();
-  NodeRef list = root->GetOrCreateChild("list");
-  for (int i = 0; i < 3; ++i)
-    list->AddValue(Int(i));
+  NodeRef root = Read(R"({"list":[0,1,2]})");
+  NodeRef list = root->FindChild("list");
   NodeRef inner = list->GetChildren()[2]->GetOrCreateChild("inner");
   OptionPath path;
   inner->GetPath(path);
