@@ -55,31 +55,25 @@ TEST(JsonRead, ReadingAppendsAndTextsEndAtTheirFirstNul) {
   EXPECT_EQ(*child->GetValue().Get<StringType>(), "va");
 }
 
-TEST(JsonWrite, ValuesComeBeforeContainersAndEmptyThingsVanish) {
+TEST(JsonWrite, ValuesComeBeforeContainersTheFirstChildDecidesAndEmptyThingsVanish) {
   const std::pair<const char*, const char*> cases[] = {
       {R"([1,[2],3,{"x":4},5])", R"([1,3,5,[2],{"x":4}])"},
       // An array of nulls keeps its element nodes, so it stays an array, now an empty one.
       {R"({"a":{},"b":[],"c":null,"d":[null],"e":1})", R"({"e":1,"d":[]})"},
       {R"({"s":{"tracks":[{"id":1},2,null,[],"x"],"meta":{},"gain":1.5}})",
        R"({"s":{"gain":1.5,"tracks":[2,"x",{"id":1}]}})"},
-      {R"({"":1,"b":2})", "[1,2]"},  // the first key is empty: an array
+      {R"({"":1,"b":2})", "[1,2]"},  // the first child decides the shape
+      {R"({"b":1,"":2})", R"({"b":1,"":2})"},
   };
   for (const auto& [text, written] : cases)
     EXPECT_EQ(Write(Read(text)), written) << text;
+  NodeRef both = Read(R"({"k":{"inner":1}})");
+  both->FindChild("k")->SetValue(Str("s"));
+  EXPECT_EQ(Write(both), R"({"k":"s","k":{"inner":1}})");  // a value and children: written twice
   rapidjson::Document document;
   document.SetObject();
   EXPECT_FALSE(WriteJson(Read("7"), document, document.GetAllocator()));  // the node's own value
-  EXPECT_EQ(Print(document), "{}");
-}
-
-TEST(JsonWrite, TheFirstChildDecidesTheShapeAndBothKindsOfChildAreWritten) {
-  NodeRef array = Read("[1]");
-  array->SetChild("named", Int(2));
-  EXPECT_EQ(Write(array), "[1,2]");
-  NodeRef object = Read(R"({"k":{"inner":1}})");
-  object->AddValue(Int(2));
-  object->FindChild("k")->SetValue(Str("s"));
-  EXPECT_EQ(Write(object), R"({"k":"s","":2,"k":{"inner":1}})");
+  EXPECT_TRUE(document.ObjectEmpty());
 }
 
 TEST(JsonWrite, EachValueTypeHasItsDomForm) {
@@ -97,27 +91,6 @@ TEST(JsonWrite, EachValueTypeHasItsDomForm) {
   EXPECT_TRUE(back->FindChild("float")->GetValue() == OptionValue::Of<DoubleType>(0.5));
   EXPECT_TRUE(back->FindChild("bool")->GetValue() == Bool(true));
   EXPECT_TRUE(back->FindChild("u32")->GetValue() == Int(-1294967296));
-}
-
-TEST(JsonRoundTrip, DocumentsInTheWritersOrderSurviveAndSoDoTheirCopies) {
-  // Values precede containers everywhere and nothing is empty or null: the text comes back unchanged,
-  // also a thousand levels deep, and so does a deep copy of the tree.
-  std::string deep = "42";
-  for (int i = 0; i < 500; ++i)
-    deep = R"([{"k":)" + deep + "}]";
-  const std::string texts[] = {
-      R"({"name":"studio \"A\"\n","version":3,"gain":-0.75,"big":9000000000,"title":"\u65e5\u672c",)"
-      R"("flags":[true,false],"streams":[{"id":1,"codec":"h264","tags":["a","b"]},{"id":2,"codec":"opus"}],)"
-      R"("limits":{"max":2147483647,"min":-2147483648,"nested":{"deeper":{"x":1e300}}}})",
-      deep};
-  for (const std::string& text : texts) {
-    NodeRef tree = Read(text);
-    EXPECT_EQ(Write(tree), Print(Parse(text)));
-    EXPECT_TRUE(Read(Write(tree))->Equals(tree));
-    NodeRef copy = Node();
-    copy->CopyChildrenFrom(tree);
-    EXPECT_TRUE(copy->Equals(tree));
-  }
 }
 
 }  // namespace

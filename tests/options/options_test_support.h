@@ -80,20 +80,16 @@ inline NodeRef Read(const std::string& text, bool* result = nullptr) {
   return root;
 }
 
-inline std::string Print(const JsonValue& value) {
-  rapidjson::StringBuffer buffer;
-  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
-  value.Accept(writer);
-  return std::string(buffer.GetString(), buffer.GetSize());
-}
-
 // The node's children as JSON text, written into a top-level value of the kind that the node's shape
 // asks for, as a caller would.
 inline std::string Write(const NodeRef& node) {
   rapidjson::Document document;
   node->IsArray() ? document.SetArray() : document.SetObject();
   WriteJson(node, document, document.GetAllocator());
-  return Print(document);
+  rapidjson::StringBuffer buffer;
+  rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
+  document.Accept(writer);
+  return std::string(buffer.GetString(), buffer.GetSize());
 }
 
 // Installs a callback that keeps every delivered line (it must not log), and removes it again.

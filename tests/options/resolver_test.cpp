@@ -48,9 +48,7 @@ TEST(Resolver, PlayerSettingsFromJsonAreReportedCoercedAndCompleted) {
 
 TEST(Resolver, DefaultsFollowAvailabilityAndLeavePresentNodesAlone) {
   GroupRef schema = PlayerSchema();
-  NodeRef config = Node();
-  config->SetChild("muted", Str("no"));
-  config->GetOrCreateChild("network")->SetChild("cache", Bool(false));
+  NodeRef config = Read(R"({"muted":"no","network":{"cache":false}})");
   schema->ApplyDefaults(config);
   EXPECT_EQ(Write(config), R"({"muted":"no","volume":0.800000011920929,"language":"en",)"
                            R"("network":{"cache":false,"bitrate":5000000,"proxy":""},)"
@@ -118,8 +116,7 @@ TEST(Resolver, ValidateFinishesTheVisitedNodeWhenTheLogCallbackEditsTheTree) {
 }
 
 TEST(Resolver, FailuresRaiseTheStandardErrorAndLeaveBothTreesAlone) {
-  NodeRef config = Node();
-  config->SetChild("o", Str("1"));
+  NodeRef config = Read(R"({"o":"1"})");
   EXPECT_THROW(OptionGroup().Validate(config), std::bad_weak_ptr);
   EXPECT_TRUE(config->FindChild("o")->GetValue().Holds<StringType>());
   GroupRef schema = Root();

@@ -52,9 +52,6 @@ void* operator new[](std::size_t size) {
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return Allocate(size);
 }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
 
 void operator delete(void* block) noexcept {
   std::free(block);
@@ -69,8 +66,5 @@ void operator delete[](void* block, std::size_t) noexcept {
   std::free(block);
 }
 void operator delete(void* block, const std::nothrow_t&) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
   std::free(block);
 }

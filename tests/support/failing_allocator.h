@@ -1,11 +1,11 @@
 // A global allocator for tests that makes one chosen allocation fail, so that an operation can be run
 // once for every allocation it makes, each time with that allocation failing.
 //
-// The source beside this header replaces the global operator new and delete in their plain, array,
-// nothrow and sized forms (the over-aligned forms are left to the runtime: nothing under test allocates
-// over-aligned objects). It is linked only into the allocation-failure test executables, never into the
-// library or into other tests. Memory comes from malloc, so AddressSanitizer and LeakSanitizer still see
-// every block.
+// The source beside this header replaces the global operator new and delete in the forms that code under
+// test reaches: plain, array, sized and single-object nothrow (the runtime's array nothrow forms call the
+// array forms). The over-aligned forms stay the runtime's own: nothing under test allocates over-aligned
+// objects. It is linked only into the allocation-failure test executables, never into the library or
+// into other tests. Memory comes from malloc, so AddressSanitizer and LeakSanitizer still see every block.
 //
 // Arming is per thread: ArmAllocationFailure(n) makes the n-th operator new on the calling thread,
 // counted from the call, fail (the throwing forms raise std::bad_alloc, the nothrow forms give null);
