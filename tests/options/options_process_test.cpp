@@ -1,8 +1,6 @@
 // Cases that need a process in which no value type has been used yet; CTest runs each case in a process
-// of its own.
-//
-// Type ids follow the order of first use in the running process; that case uses its types in a forked
-// child, so that its process still has none registered if the other cases run in it afterwards.
+// of its own. The case of type ids uses its types in a forked child, so that its process still has none
+// registered if the other cases run in it afterwards.
 //
 // Every allocation of the option tree's growing operations, made to fail in turn: the failure must
 // reach the caller as std::bad_alloc and leave a tree that is whole (each child linked to its parent,
@@ -35,26 +33,14 @@ TEST(ValueTypeIds, FollowFirstUseFromOneAndWritingJsonMeetsTypesInTheOrderOfItsT
     root->SetChild("rate", OptionValue::Of<DoubleType>(2.5));
     rapidjson::Document document;
     WriteJson(root, document.SetObject(), document.GetAllocator());
-    const std::vector<int> ids = {EnsureRegistered<DoubleType>()->id, EnsureRegistered<BoolType>()->id,
-                                  EnsureRegistered<FloatType>()->id,  EnsureRegistered<HashedNameType>()->id,
-                                  EnsureRegistered<Int32Type>()->id,  EnsureRegistered<UInt32Type>()->id,
-                                  EnsureRegistered<Int64Type>()->id,  EnsureRegistered<UInt64Type>()->id,
-                                  EnsureRegistered<StringType>()->id};
-    for (int id : ids)
-      std::fprintf(stderr, "%d ", id);
-    _exit(ids == std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8, 9} ? 0 : 1);
+    for (const ValueTypeTable* table :
+         {EnsureRegistered<DoubleType>(), EnsureRegistered<BoolType>(), EnsureRegistered<FloatType>(),
+          EnsureRegistered<HashedNameType>(), EnsureRegistered<Int32Type>(), EnsureRegistered<UInt32Type>(),
+          EnsureRegistered<Int64Type>(), EnsureRegistered<UInt64Type>(), EnsureRegistered<StringType>()})
+      std::fprintf(stderr, "%d ", table->id);
+    _exit(0);
   };
-  EXPECT_EXIT(scenario(), ::testing::ExitedWithCode(0), "");
-}
-
-bool ValueTypeLockFreeForOthers() {
-  bool free = false;
-  std::thread other([&free] {
-    free = ValueTypeLock().try_lock();
-    if (free) ValueTypeLock().unlock();
-  });
-  other.join();
-  return free;
+  EXPECT_EXIT(scenario(), ::testing::ExitedWithCode(0), "^1 2 3 4 5 6 7 8 9 $");
 }
 
 // A tree in pre-order, one line per node: depth, name, hash, value (a value whose table is set but whose
@@ -90,8 +76,7 @@ void ExpectEveryStepReached(const std::vector<std::size_t>& sizes, std::size_t f
     EXPECT_NE(std::find(sizes.begin(), sizes.end(), size), sizes.end()) << "no failure stopped at " << size;
 }
 
-// One value of each type that reading makes, with long keys and texts, in objects and arrays of
-// several levels.
+// One value of each type that reading makes, long keys and texts, objects and arrays on several levels.
 const char kDocument[] =
     R"({"a_member_name_longer_than_the_small_buffer":"a string value that is longer than the small buffer",)"
     R"("count":5,"unsigned_value":3000000000,"negative_wide":-3000000000,"huge":10000000000000000000,)"
@@ -106,11 +91,15 @@ TEST(OptionsAllocationFailure, ReadJsonKeepsWhatItReadAndTakesARetry) {
   std::vector<NodeRef> failed;
   NodeRef root = Node();
   auto keep = [&](std::size_t) {
-    EXPECT_TRUE(ValueTypeLockFreeForOthers());
+    std::thread([] {
+      const bool free = ValueTypeLock().try_lock();
+      EXPECT_TRUE(free) << "the value type lock stays taken after the failure";
+      if (free) ValueTypeLock().unlock();
+    }).join();
     failed.push_back(std::exchange(root, Node()));
   };
-  const std::size_t failures = SweepFailingAllocations([&] { ReadJson(root, document); }, keep);
-  EXPECT_GE(failures, 20u);  // every node, key, text and first use of a type allocates
+  // Every node, key, text and first use of a type allocates.
+  EXPECT_GE(SweepFailingAllocations([&] { ReadJson(root, document); }, keep), 20u);
   // A failed first registration left its type unregistered, so each type holds a slot of its own.
   for (const ValueTypeTable* table :
        {EnsureRegistered<BoolType>(), EnsureRegistered<Int32Type>(), EnsureRegistered<UInt32Type>(),
@@ -123,8 +112,7 @@ TEST(OptionsAllocationFailure, ReadJsonKeepsWhatItReadAndTakesARetry) {
   std::vector<std::size_t> sizes;
   for (const NodeRef& tree : failed) {
     const Flat partial = Flatten(tree);
-    SCOPED_TRACE(::testing::Message()
-                 << "failure " << sizes.size() + 1 << ", " << partial.size() << " nodes");
+    SCOPED_TRACE(::testing::Message() << "a read that failed with " << partial.size() << " nodes");
     sizes.push_back(partial.size());
     // The first nodes of the document in order; only the last may lack its value or its payload.
     ASSERT_LE(partial.size(), whole.size());
@@ -143,45 +131,33 @@ TEST(OptionsAllocationFailure, ReadJsonKeepsWhatItReadAndTakesARetry) {
   ExpectEveryStepReached(sizes, 1, whole.size());
 }
 
-// A configuration as a document gives it: some options set, one with a value of another type, one
-// node that the schema does not know. The player's schema adds options and groups to it, and leaves
-// out the option and the group whose conditions fail.
-NodeRef PlayerConfiguration() {
-  return Read(R"({"language":"fr","video":{"renderer":"vulkan","fps":"25"},"unknown":3,"network":{}})");
-}
-
 TEST(OptionsAllocationFailure, ApplyDefaultsKeepsWhatItAddedAndARetryCompletesIt) {
   const GroupRef schema = PlayerSchema();
-  NodeRef config = PlayerConfiguration();
+  // Some options set, one with a value of another type, one node that the schema does not know; the
+  // schema adds options and groups, and leaves out an option and a group whose conditions fail.
+  const auto fresh = [] {
+    return Read(R"({"language":"fr","video":{"renderer":"vulkan","fps":"25"},"unknown":3,"network":{}})");
+  };
+  NodeRef config = fresh();
   const std::size_t before = Flatten(config).size();
   schema->ApplyDefaults(config);
   const Flat complete = Flatten(config);
   std::vector<std::size_t> sizes;
-  config = PlayerConfiguration();
+  config = fresh();
   auto check = [&](std::size_t) {
     sizes.push_back(Flatten(config).size());
     // Every node that the failed call added is complete, so a retry adds exactly what is missing, in
     // the order a clean run adds it.
     schema->ApplyDefaults(config);
     EXPECT_EQ(Flatten(config), complete);
-    config = PlayerConfiguration();
+    config = fresh();
   };
   EXPECT_GE(SweepFailingAllocations([&] { schema->ApplyDefaults(config); }, check), 10u);
   // Each added node has an allocation of its own, and when that fails the nodes added before it stay.
   ExpectEveryStepReached(sizes, before, complete.size());
 }
 
-// The node to copy, with long names and texts: a name and a value, and three children, one of them with
-// children itself; and the node to copy it onto, with a value and a child of its own.
-NodeRef CopySource() {
-  auto source = std::make_shared<OptionNode>(HashedName("the source, long enough to allocate"),
-                                             Str("the value of the source, long enough to allocate"));
-  ReadJson(source, Parse(R"({"first_child_with_a_long_name":"first value, long enough to allocate",)"
-                         R"("second_child_with_a_long_name":{"inner_child_with_a_long_name":7,)"
-                         R"("x":["an element, long enough to allocate"]},"third":2.5})"));
-  return source;
-}
-
+// The node to copy onto, with a value and a child; long names and texts make every copy allocate.
 NodeRef CopyTarget() {
   auto target = std::make_shared<OptionNode>(HashedName("the target, long enough to allocate"), Int(1));
   target->SetChild("kept, long enough to allocate",
@@ -190,7 +166,13 @@ NodeRef CopyTarget() {
 }
 
 TEST(OptionsAllocationFailure, CopyFromKeepsWholeCopiesInItsOrderOfSteps) {
-  const NodeRef source = CopySource();
+  // A name and a value, and three children, one of them with children itself.
+  const NodeRef source =
+      std::make_shared<OptionNode>(HashedName("the source, long enough to allocate"),
+                                   Str("the value of the source, long enough to allocate"));
+  ReadJson(source, Parse(R"({"first_child_with_a_long_name":"first value, long enough to allocate",)"
+                         R"("second_child_with_a_long_name":{"inner_child_with_a_long_name":7,)"
+                         R"("x":["an element, long enough to allocate"]},"third":2.5})"));
   const Flat sourceFlat = Flatten(source);
   const Flat original = Flatten(CopyTarget());
   NodeRef target = CopyTarget();

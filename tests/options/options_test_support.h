@@ -1,7 +1,6 @@
-// Helpers of the option tests: typed values in one call, declaring an option in one step as a user
-// would, the schema of a video player, JSON text read into a tree and a tree written back as text, and
-// capturing the logger's lines while a test runs. For the test's own thread; LogCapture owns the
-// logger's callback while it lives.
+// Helpers of the option tests, for the test's own thread: typed values, options declared in one step, a
+// video player's schema, JSON text to a tree and back, and the logger's lines captured (LogCapture owns
+// the logger's callback while it lives).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -31,9 +30,6 @@ inline OptionValue Str(const std::string& v) {
 inline NodeRef Node() {
   return std::make_shared<OptionNode>();
 }
-inline GroupRef Root() {
-  return std::make_shared<OptionGroup>();
-}
 
 inline DescriptorRef Declare(const GroupRef& group, const char* name, const OptionValue& value,
                              ConditionRef condition = nullptr) {
@@ -44,7 +40,7 @@ inline DescriptorRef Declare(const GroupRef& group, const char* name, const Opti
 // The settings of a video player, declared as its developer would: options with and without conditions,
 // conditions on options with conditions, and groups with and without conditions.
 inline GroupRef PlayerSchema() {
-  GroupRef root = Root();
+  GroupRef root = std::make_shared<OptionGroup>();
   OptionValue zero = OptionValue::Of<FloatType>(0), one = OptionValue::Of<FloatType>(1);
   root->AddOption(std::make_shared<OptionDescriptor>(root, "volume", 1, OptionValue::Of<FloatType>(0.8f),
                                                      zero, one, "Output level"));
@@ -80,8 +76,7 @@ inline NodeRef Read(const std::string& text, bool* result = nullptr) {
   return root;
 }
 
-// The node's children as JSON text, written into a top-level value of the kind that the node's shape
-// asks for, as a caller would.
+// The node's children as JSON text, in a top-level value of the kind that the node's shape asks for.
 inline std::string Write(const NodeRef& node) {
   rapidjson::Document document;
   node->IsArray() ? document.SetArray() : document.SetObject();

@@ -40,17 +40,14 @@ bool DisarmAllocationFailure() {
 
 }  // namespace quorl::testing
 
-using quorl::testing::Allocate;
-using quorl::testing::AllocateOrThrow;
-
 void* operator new(std::size_t size) {
-  return AllocateOrThrow(size);
+  return quorl::testing::AllocateOrThrow(size);
 }
 void* operator new[](std::size_t size) {
-  return AllocateOrThrow(size);
+  return quorl::testing::AllocateOrThrow(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
+  return quorl::testing::Allocate(size);
 }
 
 void operator delete(void* block) noexcept {

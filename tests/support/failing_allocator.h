@@ -2,10 +2,9 @@
 // once for every allocation it makes, each time with that allocation failing.
 //
 // The source beside this header replaces the global operator new and delete in the forms that code under
-// test reaches: plain, array, sized and single-object nothrow (the runtime's array nothrow forms call the
-// array forms). The over-aligned forms stay the runtime's own: nothing under test allocates over-aligned
-// objects. It is linked only into the allocation-failure test executables, never into the library or
-// into other tests. Memory comes from malloc, so AddressSanitizer and LeakSanitizer still see every block.
+// test reaches (plain, array, sized, nothrow), in the allocation-failure test executables only; nothing
+// under test allocates over-aligned objects. Memory comes from malloc, so AddressSanitizer and
+// LeakSanitizer still see every block.
 //
 // Arming is per thread: ArmAllocationFailure(n) makes the n-th operator new on the calling thread,
 // counted from the call, fail (the throwing forms raise std::bad_alloc, the nothrow forms give null);
@@ -23,7 +22,6 @@ namespace quorl::testing {
 
 // Makes allocation number `n` (1 for the next one) on this thread fail. Replaces an earlier arming.
 void ArmAllocationFailure(std::size_t n);
-
 // Stops counting on this thread; true when the armed failure was injected.
 bool DisarmAllocationFailure();
 
