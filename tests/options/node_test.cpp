@@ -43,6 +43,7 @@ TEST(OptionNode, AddChildMovesNodesBetweenAndWithinParents) {
   OptionNode loose;  // not held by a shared reference; the detaching has happened all the same
   EXPECT_THROW(loose.AddChild(a), std::bad_weak_ptr);
   EXPECT_TRUE(right->GetChildren().empty());
+  EXPECT_THROW(loose.AddValue(Int(1)), std::bad_weak_ptr);
   EXPECT_TRUE(loose.GetChildren().empty());
 }
 

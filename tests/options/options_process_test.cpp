@@ -24,9 +24,8 @@
 namespace quorl::testing {
 namespace {
 
-// Ids follow the order of first use from 1: a double's first, then after writing it those of the types
-// that writing meets in its tests (bool, float, name, the four integers), and last the string's, which
-// writing never meets.
+// Ids follow first use from 1: a double's, then those of the types that writing it meets in its tests
+// (bool, float, name, the four integers), and last the string's, which writing never meets.
 TEST(ValueTypeIds, FollowFirstUseFromOneAndWritingJsonMeetsTypesInTheOrderOfItsTests) {
   auto scenario = [] {
     NodeRef root = Node();

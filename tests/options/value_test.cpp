@@ -110,6 +110,7 @@ TEST(OptionValue, CopiesAreDeepAndEveryPayloadComesFromItsTypesTable) {
     EXPECT_EQ(copy.ToText(), "moved in");
     value = Of<LedgerText>("replaced by a temporary");
     value.SetTyped<Int32Type>(7);
+    EXPECT_EQ(value.Get<LedgerText>(), nullptr);
     EXPECT_EQ(LedgerText::made, std::set<const void*>{copy.GetPayload()});
     copy = OptionValue();
     EXPECT_TRUE(copy.IsEmpty() && copy.GetPayload() == nullptr);
