@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <tuple>
+#include <utility>
 
 #include "options/options_test_support.h"
 

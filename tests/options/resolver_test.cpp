@@ -114,7 +114,7 @@ TEST(Resolver, ValidateFinishesTheVisitedNodeWhenTheLogCallbackEditsTheTree) {
   }
 }
 
-TEST(Resolver, FailuresRaiseTheStandardErrorAndLeaveBothTreesAlone) {
+TEST(Resolver, FailuresRaiseTheStandardErrorAndLeaveTheConfigurationAlone) {
   NodeRef config = Read(R"({"o":"1"})");
   EXPECT_THROW(OptionGroup().Validate(config), std::bad_weak_ptr);
   EXPECT_TRUE(config->FindChild("o")->GetValue().Holds<StringType>());
