@@ -11,41 +11,32 @@
 namespace quorl {
 namespace {
 
-// Declared here only to have many tables that nobody has used yet.
+// Tables that nobody has used yet: each RaceType<N> is a type of its own.
 template <int N>
-struct RaceType : BasicValueType<RaceType<N>> {
-  using Payload = int;
-  static int32_t Compare(const void*, const void*) { return 0; }
-  static void ToText(std::string& result, const void*) { result = "race"; }
-  static void* FromText(const std::string&) { return new int(N); }
-};
+struct RaceType : Int32Type {};
 
 template <int... N>
 void RaceAll(std::integer_sequence<int, N...>) {
-  const ValueTypeTable* seen[2][sizeof...(N)] = {};
   std::atomic<int> ready{0};
-  auto worker = [&](int side) {
+  auto worker = [&ready] {
     ready.fetch_add(1);
     while (ready.load() < 2) {
     }
-    int i = 0;
-    ((seen[side][i++] = EnsureRegistered<RaceType<N>>()), ...);
+    (EnsureRegistered<RaceType<N>>(), ...);
   };
-  std::thread first(worker, 0), second(worker, 1);
+  std::thread first(worker), second(worker);
   first.join();
   second.join();
-  std::lock_guard<std::mutex> hold(ValueTypeLock());
-  const std::vector<ValueTypeTable*>& registry = ValueTypeRegistry();
-  for (const ValueTypeTable* table : seen[0]) {
-    ASSERT_EQ(std::count(registry.begin(), registry.end(), table), 1);
+  for (const ValueTypeTable* table : {EnsureRegistered<RaceType<N>>()...}) {
+    std::lock_guard<std::mutex> hold(ValueTypeLock());
+    const std::vector<ValueTypeTable*>& registry = ValueTypeRegistry();
+    EXPECT_EQ(std::count(registry.begin(), registry.end(), table), 1);
     EXPECT_EQ(registry.at(table->id), table);
   }
-  EXPECT_TRUE(std::equal(std::begin(seen[0]), std::end(seen[0]), std::begin(seen[1])));
 }
 
 TEST(ValueTypeRegistration, RacingFirstUsesEndWithOneIdAndOneEntry) {
   RaceAll(std::make_integer_sequence<int, 64>());
-  EXPECT_EQ(OptionValue::Of<RaceType<3>>(9).ToText(), "race");
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <cstdlib>
 
 namespace quorl::testing {
-
 namespace {
 
 // Plain thread-local integers: reading them needs no initialisation call and never allocates, which
@@ -11,44 +10,17 @@ namespace {
 thread_local std::size_t allocationsUntilFailure = 0;
 thread_local bool failureInjected = false;
 
-// True when this allocation is the armed one; it is then consumed.
-bool ShouldFail() noexcept {
-  if (allocationsUntilFailure == 0) return false;
-  if (--allocationsUntilFailure != 0) return false;
-  failureInjected = true;
-  return true;
-}
-
+// A block from malloc, or null for the armed allocation, which is consumed by failing.
 void* Allocate(std::size_t size) noexcept {
-  if (ShouldFail()) return nullptr;
-  for (;;) {
-    if (void* block = std::malloc(size != 0 ? size : 1)) return block;
-    std::new_handler handler = std::get_new_handler();
-    if (handler == nullptr) return nullptr;
-    handler();
+  if (allocationsUntilFailure != 0 && --allocationsUntilFailure == 0) {
+    failureInjected = true;
+    return nullptr;
   }
-}
-
-void* AllocateAligned(std::size_t size, std::align_val_t alignment) noexcept {
-  if (ShouldFail()) return nullptr;
-  std::size_t align = static_cast<std::size_t>(alignment);
-  if (align < sizeof(void*)) align = sizeof(void*);
-  for (;;) {
-    void* block = nullptr;
-    if (posix_memalign(&block, align, size != 0 ? size : 1) == 0) return block;
-    std::new_handler handler = std::get_new_handler();
-    if (handler == nullptr) return nullptr;
-    handler();
-  }
+  return std::malloc(size != 0 ? size : 1);
 }
 
 void* AllocateOrThrow(std::size_t size) {
   if (void* block = Allocate(size)) return block;
-  throw std::bad_alloc();
-}
-
-void* AllocateAlignedOrThrow(std::size_t size, std::align_val_t alignment) {
-  if (void* block = AllocateAligned(size, alignment)) return block;
   throw std::bad_alloc();
 }
 
@@ -68,34 +40,14 @@ bool DisarmAllocationFailure() {
 
 }  // namespace quorl::testing
 
-using quorl::testing::Allocate;
-using quorl::testing::AllocateAligned;
-using quorl::testing::AllocateAlignedOrThrow;
-using quorl::testing::AllocateOrThrow;
-
 void* operator new(std::size_t size) {
-  return AllocateOrThrow(size);
+  return quorl::testing::AllocateOrThrow(size);
 }
 void* operator new[](std::size_t size) {
-  return AllocateOrThrow(size);
+  return quorl::testing::AllocateOrThrow(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  return Allocate(size);
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  return AllocateAlignedOrThrow(size, alignment);
-}
-void* operator new[](std::size_t size, std::align_val_t alignment) {
-  return AllocateAlignedOrThrow(size, alignment);
-}
-void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  return AllocateAligned(size, alignment);
-}
-void* operator new[](std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
-  return AllocateAligned(size, alignment);
+  return quorl::testing::Allocate(size);
 }
 
 void operator delete(void* block) noexcept {
@@ -111,26 +63,5 @@ void operator delete[](void* block, std::size_t) noexcept {
   std::free(block);
 }
 void operator delete(void* block, const std::nothrow_t&) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, std::align_val_t) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
-  std::free(block);
-}
-void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
   std::free(block);
 }
