@@ -36,10 +36,11 @@ ctest --test-dir "$dir" --output-on-failure -j"$jobs" --timeout 900 -LE packagin
 
 summary=$dir/coverage-summary.json
 report=(--root . --filter 'src/' --exclude-throw-branches -j "$jobs")
-gcovr "${report[@]}" --json-summary "$summary" "$dir"
+# gcovr 5.2 can hang when one of its workers fails; a bounded wait turns that into a failure.
+timeout 600 gcovr "${report[@]}" --json-summary "$summary" "$dir"
 if $html; then
   mkdir -p "$dir/coverage"
-  gcovr "${report[@]}" --html-details "$dir/coverage/index.html" "$dir"
+  timeout 600 gcovr "${report[@]}" --html-details "$dir/coverage/index.html" "$dir"
   echo "coverage: line by line in $dir/coverage/index.html"
 fi
 
