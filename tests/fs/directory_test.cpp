@@ -26,7 +26,10 @@ class DirectoryOperations : public ::testing::Test {
   void Link(const char* target, const char* name) {
     ASSERT_EQ(symlink((temp / target).c_str(), (temp / name).c_str()), 0);
   }
-  bool IsDirectoryAt(const char* relative) { return IsDirectory((temp / relative).c_str()); }
+  // One of the operations that take a path, on a path inside the temporary directory.
+  bool At(bool (*operation)(const char*), const std::string& relative) {
+    return operation((temp / relative).c_str());
+  }
 
   const TempDirectory temp;
 };
@@ -37,36 +40,32 @@ TEST_F(DirectoryOperations, TypeTestsFollowLinksAndRemoveTakesOnlyEmptyDirectori
   Link("d", "to_d");
   Link("d/f", "to_f");
   Link("none", "dangling");
-  EXPECT_TRUE(IsDirectoryAt("d") && IsDirectoryAt("to_d"));
-  EXPECT_FALSE(IsDirectoryAt("d/f") || IsDirectoryAt("dangling"));
-  EXPECT_TRUE(IsRegularFile((temp / "to_f").c_str()));
-  EXPECT_FALSE(IsRegularFile((temp / "d").c_str()) || IsRegularFile((temp / "dangling").c_str()));
-  EXPECT_FALSE(RemoveFile((temp / "d").c_str()));
-  EXPECT_TRUE(RemoveFile((temp / "d/f").c_str()));
-  EXPECT_TRUE(RemoveFile((temp / "d").c_str()));
+  for (const char* directory : {"d", "to_d"})
+    EXPECT_TRUE(At(IsDirectory, directory) && !At(IsRegularFile, directory)) << directory;
+  for (const char* file : {"d/f", "to_f"})
+    EXPECT_TRUE(At(IsRegularFile, file) && !At(IsDirectory, file)) << file;
+  EXPECT_FALSE(At(IsDirectory, "dangling") || At(IsRegularFile, "dangling"));
+  EXPECT_FALSE(At(RemoveFile, "d"));
+  EXPECT_TRUE(At(RemoveFile, "d/f"));
+  EXPECT_TRUE(At(RemoveFile, "d"));
 }
 
+// True exactly when no mkdir succeeded; a dot anywhere drops the last element; every element goes behind
+// "/", so the temporary directory's path without its leading "/" lands inside it; backslashes separate.
 TEST_F(DirectoryOperations, CreateReturnsFalseExactlyWhenSomethingWasCreated) {
-  EXPECT_FALSE(CreateDirectories((temp / "a/b").c_str()));
-  EXPECT_TRUE(IsDirectoryAt("a/b"));
-  EXPECT_TRUE(CreateDirectories((temp / "a/b").c_str()));
+  EXPECT_FALSE(At(CreateDirectories, "a/b"));
+  EXPECT_TRUE(At(IsDirectory, "a/b"));
+  EXPECT_TRUE(At(CreateDirectories, "a/b"));
   temp.Touch("file");  // in the way: every attempt fails, which also reads as true
-  EXPECT_TRUE(CreateDirectories((temp / "file/sub/deeper").c_str()));
-}
-
-TEST_F(DirectoryOperations, CreateDropsTheLastElementWhenAnyElementHoldsADot) {
-  EXPECT_FALSE(CreateDirectories((temp / "a.b/c").c_str()));
-  EXPECT_TRUE(IsDirectoryAt("a.b") && !IsDirectoryAt("a.b/c"));
-  EXPECT_FALSE(CreateDirectories((temp / "a/b.c/d/e").c_str()));
-  EXPECT_TRUE(IsDirectoryAt("a/b.c/d") && !IsDirectoryAt("a/b.c/d/e"));
-}
-
-TEST_F(DirectoryOperations, CreatePutsRelativePathsBelowTheRootAndAcceptsBackslashes) {
-  // The temporary directory's path without its leading "/": created below the root, it lands inside.
+  EXPECT_TRUE(At(CreateDirectories, "file/sub/deeper"));
+  EXPECT_FALSE(At(CreateDirectories, "a.b/c"));
+  EXPECT_TRUE(At(IsDirectory, "a.b") && !At(IsDirectory, "a.b/c"));
+  EXPECT_FALSE(At(CreateDirectories, "a/b.c/d/e"));
+  EXPECT_TRUE(At(IsDirectory, "a/b.c/d") && !At(IsDirectory, "a/b.c/d/e"));
   EXPECT_FALSE(CreateDirectories((temp.path().substr(1) + "/rel/x").c_str()));
-  EXPECT_TRUE(IsDirectoryAt("rel/x"));
+  EXPECT_TRUE(At(IsDirectory, "rel/x"));
   EXPECT_FALSE(CreateDirectories((temp.path() + "\\w\\v").c_str()));
-  EXPECT_TRUE(IsDirectoryAt("w/v"));
+  EXPECT_TRUE(At(IsDirectory, "w/v"));
 }
 
 TEST_F(DirectoryOperations, ListingsSkipHiddenEntriesAndSeparateDirectoriesFromFiles) {
@@ -74,7 +73,7 @@ TEST_F(DirectoryOperations, ListingsSkipHiddenEntriesAndSeparateDirectoriesFromF
   MakeDirectory("x.png");
   MakeDirectory(".hidden");
   Link("sub", "link");
-  for (const char* name : {"a.png", "b.PNG", ".a.png", "c.txt"})
+  for (const char* name : {"a.png", "b.PNG", ".a.png", "c.txt", "a.png.txt"})
     temp.Touch(name);
   ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);
   Names directories{"kept"};
@@ -87,19 +86,11 @@ TEST_F(DirectoryOperations, ListingsSkipHiddenEntriesAndSeparateDirectoriesFromF
   EXPECT_EQ(ListFiles(temp.path(), png, ".png", true), 1);
   EXPECT_EQ(png, Names{temp / "a.png"});
   Names files;
-  EXPECT_EQ(ListFiles(temp.path() + "/", files, false), 4);
-  EXPECT_EQ(Sorted(files), (Names{"a.png", "b.PNG", "c.txt", "pipe"}));
+  EXPECT_EQ(ListFiles(temp.path() + "/", files, false), 5);
+  EXPECT_EQ(Sorted(files), (Names{"a.png", "a.png.txt", "b.PNG", "c.txt", "pipe"}));
 }
 
-TEST_F(DirectoryOperations, MissingDirectoryLeavesTheListAsItWas) {
-  Names out{"1", "2", "3"};
-  std::vector<PathRecord> records(3, PathRecord("", "f#.png", 1));
-  EXPECT_EQ(ListDirectories(temp / "missing", out, true), 3);
-  EXPECT_EQ(ListFiles(temp / "missing", out, true), 3);
-  EXPECT_EQ(ListPathRecords(temp / "missing", records, "f#.png"), 3);
-}
-
-TEST_F(DirectoryOperations, ListPathRecordsKeepsNamesThatMissThePattern) {
+TEST_F(DirectoryOperations, PathRecordsKeepNamesThatMissThePatternAndMissingDirectoriesAddNothing) {
   for (const char* name : {"frame_0001.png", "frame_0012.png", "other.png", "frame_0003.jpg"})
     temp.Touch(name);
   std::vector<PathRecord> records;
@@ -112,6 +103,10 @@ TEST_F(DirectoryOperations, ListPathRecordsKeepsNamesThatMissThePattern) {
             (std::vector<std::pair<std::string, int32_t>>{
                 {temp / "frame_0001.png", 1}, {temp / "frame_0012.png", 12}, {temp / "other.png", -1}}));
   EXPECT_EQ(ListPathRecords(temp.path(), records, "frame_####.png"), 7);
+  Names names{"1", "2", "3"};
+  EXPECT_EQ(ListDirectories(temp / "missing", names, true), 3);
+  EXPECT_EQ(ListFiles(temp / "missing", names, true), 3);
+  EXPECT_EQ(ListPathRecords(temp / "missing", records, "f#.png"), 7);
 }
 
 TEST(CounterSnapshot, DifferenceKeepsLevelsAndSubtractsTotals) {
@@ -120,7 +115,7 @@ TEST(CounterSnapshot, DifferenceKeepsLevelsAndSubtractsTotals) {
   using Six = std::array<uint64_t, 6>;
   EXPECT_EQ((Six{d.c0, d.c1, d.c2, d.c3, d.c4, d.c5}), (Six{10, 0, 7, 13, 0, 9}));
   EXPECT_EQ(later.Read(), 0u);
-  EXPECT_EQ(later.c0 + later.c1 + later.c2 + later.c3 + later.c4 + later.c5, 0u);
+  EXPECT_EQ((Six{later.c0, later.c1, later.c2, later.c3, later.c4, later.c5}), Six{});
 }
 
 }  // namespace
