@@ -1,5 +1,6 @@
 #include "fs/path_record.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -8,12 +9,11 @@ namespace quorl {
 namespace {
 
 TEST(PathRecord, ComposePutsTheFirstPieceBeforeThePaddedNumber) {
-  struct Case {
+  const struct {
     const char* pattern;
     int32_t index;
     const char* path;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"frame_####.png", 7, "d/frame_0007.png"},
       {"a_###_b.png", 7, "d/a_007_b.png"},
       {"a#b#c.png", 7, "d/a07b.png"},  // the third piece is dropped
@@ -25,7 +25,7 @@ TEST(PathRecord, ComposePutsTheFirstPieceBeforeThePaddedNumber) {
       {"f_###.png", -5, "d/f_0-5.png"},
       {"x.png_#.png", 3, "d/x_3.png"},  // every copy of the extension leaves the body
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const PathRecord record("d/", c.pattern, c.index);
     EXPECT_EQ(record.path, c.path) << c.pattern;
     EXPECT_EQ(record.directory, "d/");
@@ -37,15 +37,10 @@ TEST(PathRecord, ComposePutsTheFirstPieceBeforeThePaddedNumber) {
 }
 
 TEST(PathRecord, ParseReadsTheNumberWhenTheRestHasTheRunsLength) {
-  struct Case {
-    const char* path;
-    const char* pattern;
-    const char* directory;
-    const char* name;
-    const char* extension;
+  const struct {
+    const char *path, *pattern, *directory, *name, *extension;
     int32_t index;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"d/frame_0007.png", "frame_####.png", "d/", "frame_0007", ".png", 7},
       {"d\\frame_0007.png", nullptr, "d/", "frame_0007", ".png", -1},
       {"d/frame_007.png", "frame_####.png", "d/", "frame_007", ".png", -1},
@@ -59,7 +54,7 @@ TEST(PathRecord, ParseReadsTheNumberWhenTheRestHasTheRunsLength) {
       {"x.d/f.tar.gz", nullptr, "x.d/", "f.tar", ".gz", -1},
       {"a/x.d/f", nullptr, "a/x.d/f/", "x", ".d/f/", -1},  // the dot leaks
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const PathRecord record(c.path, c.pattern, true);
     EXPECT_EQ(record.directory, c.directory) << c.path;
     EXPECT_EQ(record.name, c.name) << c.path;
@@ -68,9 +63,11 @@ TEST(PathRecord, ParseReadsTheNumberWhenTheRestHasTheRunsLength) {
   }
 }
 
-TEST(PathRecord, NullPatternOfComposeAndNullPathOfParseThrow) {
-  EXPECT_THROW(PathRecord("d/", nullptr, 1), std::logic_error);
-  EXPECT_THROW(PathRecord(nullptr, "f#.png", true), std::logic_error);
+TEST(PathRecord, NullPatternOfComposeAndNullPathOfParseRaiseTheNullTextError) {
+  const auto nullTextError =
+      testing::ThrowsMessage<std::logic_error>(testing::StrEq("basic_string::_M_construct null not valid"));
+  EXPECT_THAT([] { PathRecord("d/", nullptr, 1); }, nullTextError);
+  EXPECT_THAT([] { PathRecord(nullptr, "f#.png", true); }, nullTextError);
 }
 
 }  // namespace

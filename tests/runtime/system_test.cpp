@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/sysinfo.h>
 
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -15,35 +16,22 @@ namespace quorl {
 namespace {
 
 TEST(AlignedMemory, GivesAlignedBlocksAndNullForEveryFailure) {
-  struct Request {
-    std::size_t alignment;
-    std::size_t size;
-    bool granted;
-  };
   const std::size_t word = sizeof(void*);
-  const std::vector<Request> requests = {
-    {word, 1, true},
-    {64, 100, true},
-    {4096, 3, true},
-    {0, 16, false},
-    {48, 100, false},  // not a power of two
-    {word / 2, 16, false},
-    {1, 16, false},  // powers of two below the pointer size
+  // {alignment, size, granted}: not a power of two, or a power of two below the pointer size, is refused.
+  std::vector<std::array<std::size_t, 3>> requests = {
+      {word, 1, 1}, {64, 100, 1}, {4096, 3, 1}, {0, 16, 0}, {48, 100, 0}, {word / 2, 16, 0}, {1, 16, 0}};
 #if !defined(__SANITIZE_ADDRESS__)
-    // The allocation itself fails (AddressSanitizer ends the process here instead, by its own rule).
-    {64, std::numeric_limits<std::size_t>::max() - 4096, false},
+  // The allocation itself fails (AddressSanitizer ends the process here instead, by its own rule).
+  requests.push_back({64, std::numeric_limits<std::size_t>::max() - 4096, 0});
 #endif
-  };
-  for (const Request& request : requests) {
-    SCOPED_TRACE(std::to_string(request.alignment) + " " + std::to_string(request.size));
-    void* block = AlignedAlloc(request.alignment, request.size);
-    EXPECT_EQ(block != nullptr, request.granted);
+  for (const auto& request : requests) {
+    void* block = AlignedAlloc(request[0], request[1]);
+    EXPECT_EQ(block != nullptr, request[2] == 1) << request[0] << " " << request[1];
     if (block != nullptr) {
-      EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % request.alignment, 0u);
-      AlignedFree(block);
+      EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % request[0], 0u);
     }
+    AlignedFree(block);  // null too
   }
-  AlignedFree(nullptr);
 }
 
 TEST(CpuFacts, AgreeWithTheIdentificationQuery) {
@@ -63,18 +51,16 @@ TEST(CpuFacts, AgreeWithTheIdentificationQuery) {
 }
 
 TEST(SleepRequest, SplitsIntoSecondsAndLessThanASecond) {
-  struct Split {
-    int64_t nanoseconds;
-    time_t seconds;
-    long rest;
-  };
-  for (const Split split :
-       {Split{1, 0, 1}, Split{999999999, 0, 999999999}, Split{1000000000, 1, 0}, Split{1000000001, 1, 1},
-        Split{2500000000, 2, 500000000}, Split{std::numeric_limits<int64_t>::max(), 9223372036, 854775807}}) {
-    SCOPED_TRACE(split.nanoseconds);
-    const timespec request = SleepRequest(split.nanoseconds);
-    EXPECT_EQ(request.tv_sec, split.seconds);
-    EXPECT_EQ(request.tv_nsec, split.rest);
+  const int64_t cases[][3] = {{1, 0, 1},
+                              {999999999, 0, 999999999},
+                              {1000000000, 1, 0},
+                              {1000000001, 1, 1},
+                              {2500000000, 2, 500000000},
+                              {std::numeric_limits<int64_t>::max(), 9223372036, 854775807}};
+  for (const auto& c : cases) {
+    const timespec request = SleepRequest(c[0]);
+    EXPECT_EQ(request.tv_sec, c[1]) << c[0];
+    EXPECT_EQ(request.tv_nsec, c[2]) << c[0];
   }
 }
 
