@@ -33,27 +33,16 @@ class LoggerTest : public testing::Test {
 
 TEST_F(LoggerTest, PassesSeverityAtOrAboveTheThreshold) {
   EXPECT_EQ(Logger::GetLevel(), 0);
-  EXPECT_EQ(StdoutOf([] {
-              Logger::Log(Severity(0), "zero");
-              Logger::Log(Severity(-1), "negative");
-              Logger::LogRaw(Severity(-1), "raw negative");
-            }),
-            "Qz LOG:\tzero\n");
-  Logger::SetLevel(3);
-  EXPECT_EQ(Logger::GetLevel(), 3);
-  EXPECT_EQ(StdoutOf([] {
-              Logger::Log(Severity(2), "two");
-              Logger::LogRaw(Severity(2), "raw two");
-              Logger::Log(Severity(3), "three");
-              Logger::LogRaw(Severity(4), "raw four");
-            }),
-            "Qz LOG:\tthree\nraw four");
-  Logger::SetLevel(-5);
-  EXPECT_EQ(StdoutOf([] {
-              Logger::Log(Severity(-6), "below");
-              Logger::Log(Severity(-5), "equal");
-            }),
-            "Qz LOG:\tequal\n");
+  const int cases[][3] = {{0, 0, 1}, {0, -1, 0}, {3, 2, 0}, {3, 3, 1}, {3, 4, 1}, {-5, -6, 0}, {-5, -5, 1}};
+  for (const auto& c : cases) {  // {threshold, severity, passes}
+    Logger::SetLevel(c[0]);
+    EXPECT_EQ(Logger::GetLevel(), c[0]);
+    const std::string out = StdoutOf([&] {
+      Logger::Log(Severity(c[1]), "line");
+      Logger::LogRaw(Severity(c[1]), "raw");
+    });
+    EXPECT_EQ(out, c[2] ? "Qz LOG:\tline\nraw" : "") << c[0] << " " << c[1];
+  }
 }
 
 TEST_F(LoggerTest, LogPrefixesTheMessageAndKeepsPercentSignsLiteral) {
@@ -66,7 +55,8 @@ TEST_F(LoggerTest, LogPrefixesTheMessageAndKeepsPercentSignsLiteral) {
   EXPECT_EQ(StdoutOf([] { Logger::LogRaw(Severity(1), ""); }), "");
 }
 
-TEST_F(LoggerTest, CallbackReplacesStandardOutputForFilteredMessagesOnly) {
+// Print and Statistic ignore the threshold and the callback, and write their texts as they stand.
+TEST_F(LoggerTest, CallbackTakesFilteredMessagesWhilePrintAndStatisticWriteStandardOutput) {
   Received received;
   Logger::SetCallback([&](Logger::LOG_TYPE type, const char* text) { received.emplace_back(type, text); });
   const std::string out = StdoutOf([] {
@@ -75,10 +65,13 @@ TEST_F(LoggerTest, CallbackReplacesStandardOutputForFilteredMessagesOnly) {
     Logger::LogRaw(Severity(1), std::string("\0tail", 5));
     Logger::LogRaw(Severity(1), "");
     Logger::Log(Severity(-1), "dropped");
-    Logger::Print("printed");
-    Logger::Statistic("k", "v");
+    Logger::SetLevel(1000);
+    Logger::Print(std::string("no newline\0hidden", 17));
+    Logger::Print("%d");
+    Logger::Statistic("it's", "a'b%s");
+    Logger::SetLevel(0);
   });
-  EXPECT_EQ(out, "printed##teamcity[buildStatisticValue key='k' value='v']\n");
+  EXPECT_EQ(out, "no newline%d##teamcity[buildStatisticValue key='it's' value='a'b%s']\n");
   EXPECT_EQ(received, (Received{{3, "Qz LOG:\toption\n"}, {4, "raw %s"}, {1, ""}}));
 
   const Logger::LogCallback copy = Logger::GetCallback();
@@ -100,16 +93,6 @@ TEST_F(LoggerTest, ThrowingCallbackReachesTheCallerAndReleasesTheMutex) {
   EXPECT_TRUE(Logger::GetCallback());
   Logger::SetCallback(nullptr);
   EXPECT_EQ(StdoutOf([] { Logger::Log(Severity(1), "after"); }), "Qz LOG:\tafter\n");
-}
-
-TEST_F(LoggerTest, StatisticAndPrintIgnoreTheThresholdAndWriteTextsAsTheyStand) {
-  Logger::SetLevel(1000);
-  EXPECT_EQ(StdoutOf([] {
-              Logger::Statistic("it's", "a'b%s");
-              Logger::Print(std::string("no newline\0hidden", 17));
-              Logger::Print("%d");
-            }),
-            "##teamcity[buildStatisticValue key='it's' value='a'b%s']\nno newline%d");
 }
 
 }  // namespace
