@@ -1,17 +1,33 @@
-// Runs in a process of its own: the switch of standard output to unbuffered happens once per process,
-// at the first message that passes the threshold, and nothing may have logged before.
+// Each case runs in a process of its own, so none needs to undo what it set: the switch of standard output
+// to unbuffered in particular happens once per process, at the first message that passes the threshold.
 #include <gtest/gtest.h>
 #include <printf.h>
 #include <stdio_ext.h>
 
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "core/logger.h"
 
 namespace quorl {
 namespace {
+
+using Received = std::vector<std::pair<int, std::string>>;
+
+Logger::LOG_TYPE Severity(int value) {
+  return static_cast<Logger::LOG_TYPE>(value);
+}
+
+std::string StdoutOf(const std::function<void()>& body) {
+  testing::internal::CaptureStdout();
+  body();
+  return testing::internal::GetCapturedStdout();
+}
 
 // Whether a character printed to standard output leaves at once instead of waiting in a buffer (the probe
 // prints one blank into the test's output).
@@ -23,7 +39,7 @@ bool WritesThroughAtOnce() {
   return through;
 }
 
-TEST(LoggerOutputMode, FirstPassingMessageSwitchesStandardOutputToUnbuffered) {
+TEST(Logger, FirstPassingMessageSwitchesStandardOutputToUnbuffered) {
   ASSERT_FALSE(WritesThroughAtOnce()) << "standard output must start buffered for this test";
   Logger::SetLevel(2);
   Logger::Log(Logger::LOG_INFO, "dropped");
@@ -47,7 +63,7 @@ int StringArgument(const printf_info*, size_t n, int* types, int*) {
   return 1;
 }
 
-TEST(LoggerThreshold, RaisedWhileTheLineIsFormattedDropsTheLine) {
+TEST(Logger, ThresholdRaisedWhileTheLineIsFormattedDropsTheLine) {
   int delivered = 0;
   Logger::SetCallback([&](Logger::LOG_TYPE, const char*) { ++delivered; });
   ASSERT_EQ(register_printf_specifier('s', PrintString, StringArgument), 0);
@@ -59,6 +75,70 @@ TEST(LoggerThreshold, RaisedWhileTheLineIsFormattedDropsTheLine) {
   Logger::SetCallback(nullptr);
   EXPECT_EQ(raisedLevel, 5);
   EXPECT_EQ(delivered, 1);
+}
+
+TEST(Logger, PassesSeverityAtOrAboveTheThreshold) {
+  EXPECT_EQ(Logger::GetLevel(), 0);
+  const int cases[][3] = {{3, 2, 0}, {3, 3, 1}, {3, 4, 1}, {-5, -6, 0}, {-5, -5, 1}, {0, -1, 0}, {0, 0, 1}};
+  for (const auto& c : cases) {  // {threshold, severity, passes}
+    Logger::SetLevel(c[0]);
+    EXPECT_EQ(Logger::GetLevel(), c[0]);
+    const std::string out = StdoutOf([&] {
+      Logger::Log(Severity(c[1]), "line");
+      Logger::LogRaw(Severity(c[1]), "raw");
+    });
+    EXPECT_EQ(out, c[2] ? "Qz LOG:\tline\nraw" : "") << c[0] << " " << c[1];
+  }
+}
+
+TEST(Logger, LogPrefixesTheMessageAndKeepsPercentSignsLiteral) {
+  EXPECT_EQ(StdoutOf([] { Logger::Log(Severity(1), "%s %d 100%"); }), "Qz LOG:\t%s %d 100%\n");
+  EXPECT_EQ(StdoutOf([] { Logger::Log(Severity(1), ""); }), "Qz LOG:\t\n");
+  EXPECT_EQ(StdoutOf([] { Logger::Log(Severity(1), std::string("cut\0off", 7)); }), "Qz LOG:\tcut\n");
+  EXPECT_EQ(StdoutOf([] { Logger::Log(Severity(1), 99, "middle"); }), "Qz LOG:\tmiddle\n");
+  EXPECT_EQ(StdoutOf([] { Logger::LogRaw(Severity(1), "%s as is"); }), "%s as is");
+  EXPECT_EQ(StdoutOf([] { Logger::LogRaw(Severity(1), 99, "middle"); }), "middle");
+  EXPECT_EQ(StdoutOf([] { Logger::LogRaw(Severity(1), ""); }), "");
+}
+
+// Print and Statistic ignore the threshold and the callback, and write their texts as they stand.
+TEST(Logger, CallbackTakesFilteredMessagesWhilePrintAndStatisticWriteStandardOutput) {
+  Received received;
+  Logger::SetCallback([&](Logger::LOG_TYPE type, const char* text) { received.emplace_back(type, text); });
+  const std::string out = StdoutOf([] {
+    Logger::Log(Severity(3), "option");
+    Logger::LogRaw(Severity(4), "raw %s");
+    Logger::LogRaw(Severity(1), std::string("\0tail", 5));
+    Logger::LogRaw(Severity(1), "");
+    Logger::Log(Severity(-1), "dropped");
+    Logger::SetLevel(1000);
+    Logger::Print(std::string("no newline\0hidden", 17));
+    Logger::Print("%d");
+    Logger::Statistic("it's", "a'b%s");
+    Logger::SetLevel(0);
+  });
+  EXPECT_EQ(out, "no newline%d##teamcity[buildStatisticValue key='it's' value='a'b%s']\n");
+  EXPECT_EQ(received, (Received{{3, "Qz LOG:\toption\n"}, {4, "raw %s"}, {1, ""}}));
+
+  const Logger::LogCallback copy = Logger::GetCallback();
+  ASSERT_TRUE(copy);
+  copy(Severity(7), "through the copy");
+  EXPECT_EQ(received.back(), std::make_pair(7, std::string("through the copy")));
+
+  Logger::SetCallback(nullptr);
+  EXPECT_FALSE(Logger::GetCallback());
+  EXPECT_EQ(StdoutOf([] { Logger::Log(Severity(1), "back"); }), "Qz LOG:\tback\n");
+  EXPECT_EQ(received.size(), 4u);
+}
+
+TEST(Logger, ThrowingCallbackReachesTheCallerAndReleasesTheMutex) {
+  Logger::SetCallback([](Logger::LOG_TYPE, const char*) { throw std::runtime_error("callback failed"); });
+  EXPECT_THROW(Logger::Log(Severity(1), "x"), std::runtime_error);
+  EXPECT_THROW(Logger::LogRaw(Severity(1), "x"), std::runtime_error);
+  // Both of these lock the logger mutex: a mutex left locked above would hang here.
+  EXPECT_TRUE(Logger::GetCallback());
+  Logger::SetCallback(nullptr);
+  EXPECT_EQ(StdoutOf([] { Logger::Log(Severity(1), "after"); }), "Qz LOG:\tafter\n");
 }
 
 }  // namespace
