@@ -78,9 +78,7 @@ TEST(Base64Paths, DecodeMapsEveryByteInEveryPositionOfALongBody) {
       text[position] = static_cast<char>(c);
       const uint32_t group = value << (18 - 6 * (position % 4));
       std::string expected(99, '\0');
-      expected[position / 4 * 3] = static_cast<char>(group >> 16);
-      expected[position / 4 * 3 + 1] = static_cast<char>(group >> 8);
-      expected[position / 4 * 3 + 2] = static_cast<char>(group);
+      expected.replace(position / 4 * 3, 3, {char(group >> 16), char(group >> 8), char(group)});
       for (Base64Path path : PathsHere()) {
         ASSERT_EQ(Base64DecodeWith(path, text.data(), text.size()), expected)
             << Name(path) << ": byte " << c << " at " << position;
