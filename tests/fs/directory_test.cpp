@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <array>
-
-#include "fs/temp_directory.h"
+#include <filesystem>
+#include <fstream>
+#include <string>
 
 namespace quorl {
 namespace {
@@ -19,24 +20,37 @@ Names Sorted(Names names) {
   return names;
 }
 
-// Every test works inside its own fresh directory, removed when the test ends, also on failure.
+// Every test works inside its own fresh directory from mkdtemp, removed with everything in it when the
+// test ends, also on failure. Its name holds no dot, which the path rules would read as a file's.
 class DirectoryOperations : public ::testing::Test {
  protected:
-  void MakeDirectory(const char* relative) { ASSERT_EQ(mkdir((temp / relative).c_str(), 0700), 0); }
+  void SetUp() override {
+    char name[] = "/tmp/quorl_fs_XXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    temp = name;
+  }
+  void TearDown() override {
+    std::error_code ignored;
+    std::filesystem::remove_all(temp, ignored);
+  }
+
+  std::string Path(const std::string& relative) const { return temp + "/" + relative; }
+  void Touch(const std::string& relative) const { std::ofstream(Path(relative)).put('x'); }
+  void MakeDirectory(const char* relative) { ASSERT_EQ(mkdir(Path(relative).c_str(), 0700), 0); }
   void Link(const char* target, const char* name) {
-    ASSERT_EQ(symlink((temp / target).c_str(), (temp / name).c_str()), 0);
+    ASSERT_EQ(symlink(Path(target).c_str(), Path(name).c_str()), 0);
   }
   // One of the operations that take a path, on a path inside the temporary directory.
   bool At(bool (*operation)(const char*), const std::string& relative) {
-    return operation((temp / relative).c_str());
+    return operation(Path(relative).c_str());
   }
 
-  const TempDirectory temp;
+  std::string temp;
 };
 
 TEST_F(DirectoryOperations, TypeTestsFollowLinksAndRemoveTakesOnlyEmptyDirectories) {
   MakeDirectory("d");
-  temp.Touch("d/f");
+  Touch("d/f");
   Link("d", "to_d");
   Link("d/f", "to_f");
   Link("none", "dangling");
@@ -56,15 +70,15 @@ TEST_F(DirectoryOperations, CreateReturnsFalseExactlyWhenSomethingWasCreated) {
   EXPECT_FALSE(At(CreateDirectories, "a/b"));
   EXPECT_TRUE(At(IsDirectory, "a/b"));
   EXPECT_TRUE(At(CreateDirectories, "a/b"));
-  temp.Touch("file");  // in the way: every attempt fails, which also reads as true
+  Touch("file");  // in the way: every attempt fails, which also reads as true
   EXPECT_TRUE(At(CreateDirectories, "file/sub/deeper"));
   EXPECT_FALSE(At(CreateDirectories, "a.b/c"));
   EXPECT_TRUE(At(IsDirectory, "a.b") && !At(IsDirectory, "a.b/c"));
   EXPECT_FALSE(At(CreateDirectories, "a/b.c/d/e"));
   EXPECT_TRUE(At(IsDirectory, "a/b.c/d") && !At(IsDirectory, "a/b.c/d/e"));
-  EXPECT_FALSE(CreateDirectories((temp.path().substr(1) + "/rel/x").c_str()));
+  EXPECT_FALSE(CreateDirectories((temp.substr(1) + "/rel/x").c_str()));
   EXPECT_TRUE(At(IsDirectory, "rel/x"));
-  EXPECT_FALSE(CreateDirectories((temp.path() + "\\w\\v").c_str()));
+  EXPECT_FALSE(CreateDirectories((temp + "\\w\\v").c_str()));
   EXPECT_TRUE(At(IsDirectory, "w/v"));
 }
 
@@ -74,39 +88,38 @@ TEST_F(DirectoryOperations, ListingsSkipHiddenEntriesAndSeparateDirectoriesFromF
   MakeDirectory(".hidden");
   Link("sub", "link");
   for (const char* name : {"a.png", "b.PNG", ".a.png", "c.txt", "a.png.txt"})
-    temp.Touch(name);
-  ASSERT_EQ(mkfifo((temp / "pipe").c_str(), 0600), 0);
+    Touch(name);
+  ASSERT_EQ(mkfifo((Path("pipe")).c_str(), 0600), 0);
   Names directories{"kept"};
-  EXPECT_EQ(ListDirectories(temp.path(), directories, false), 4);
+  EXPECT_EQ(ListDirectories(temp, directories, false), 4);
   EXPECT_EQ(Sorted(directories), (Names{"kept", "link", "sub", "x.png"}));
   Names full;
-  EXPECT_EQ(ListDirectories(temp.path(), full, true), 3);
-  EXPECT_EQ(Sorted(full)[1], temp.path() + "//sub");  // two separators, as intended
+  EXPECT_EQ(ListDirectories(temp, full, true), 3);
+  EXPECT_EQ(Sorted(full)[1], temp + "//sub");  // two separators, as intended
   Names png;
-  EXPECT_EQ(ListFiles(temp.path(), png, ".png", true), 1);
-  EXPECT_EQ(png, Names{temp / "a.png"});
+  EXPECT_EQ(ListFiles(temp, png, ".png", true), 1);
+  EXPECT_EQ(png, Names{Path("a.png")});
   Names files;
-  EXPECT_EQ(ListFiles(temp.path() + "/", files, false), 5);
+  EXPECT_EQ(ListFiles(temp + "/", files, false), 5);
   EXPECT_EQ(Sorted(files), (Names{"a.png", "a.png.txt", "b.PNG", "c.txt", "pipe"}));
 }
 
 TEST_F(DirectoryOperations, PathRecordsKeepNamesThatMissThePatternAndMissingDirectoriesAddNothing) {
   for (const char* name : {"frame_0001.png", "frame_0012.png", "other.png", "frame_0003.jpg"})
-    temp.Touch(name);
+    Touch(name);
   std::vector<PathRecord> records;
-  EXPECT_EQ(ListPathRecords(temp.path(), records, ".png", "frame_####.png"), 3);
+  EXPECT_EQ(ListPathRecords(temp, records, ".png", "frame_####.png"), 3);
   std::vector<std::pair<std::string, int32_t>> found;
   for (const PathRecord& r : records)
     found.emplace_back(r.path, r.index);
   std::sort(found.begin(), found.end());
-  EXPECT_EQ(found,
-            (std::vector<std::pair<std::string, int32_t>>{
-                {temp / "frame_0001.png", 1}, {temp / "frame_0012.png", 12}, {temp / "other.png", -1}}));
-  EXPECT_EQ(ListPathRecords(temp.path(), records, "frame_####.png"), 7);
+  EXPECT_EQ(found, (std::vector<std::pair<std::string, int32_t>>{
+                       {Path("frame_0001.png"), 1}, {Path("frame_0012.png"), 12}, {Path("other.png"), -1}}));
+  EXPECT_EQ(ListPathRecords(temp, records, "frame_####.png"), 7);
   Names names{"1", "2", "3"};
-  EXPECT_EQ(ListDirectories(temp / "missing", names, true), 3);
-  EXPECT_EQ(ListFiles(temp / "missing", names, true), 3);
-  EXPECT_EQ(ListPathRecords(temp / "missing", records, "f#.png"), 7);
+  EXPECT_EQ(ListDirectories(Path("missing"), names, true), 3);
+  EXPECT_EQ(ListFiles(Path("missing"), names, true), 3);
+  EXPECT_EQ(ListPathRecords(Path("missing"), records, "f#.png"), 7);
 }
 
 TEST(CounterSnapshot, DifferenceKeepsLevelsAndSubtractsTotals) {

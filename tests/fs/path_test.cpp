@@ -6,9 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <stdexcept>
-
-#include "fs/temp_directory.h"
+#include <string>
 
 namespace quorl {
 namespace {
@@ -36,26 +36,35 @@ TEST(PathStrings, PartsFollowTheNormalisedText) {
   }
 }
 
-// Restores the working directory when the test ends, also on failure.
-struct WorkingDirectoryGuard {
+// A fresh directory (its name without a dot) that is removed, and the working directory restored, when the
+// test ends, also on failure.
+struct TemporaryWorkingDirectory {
   char saved[4096];
-  WorkingDirectoryGuard() { EXPECT_NE(getcwd(saved, sizeof saved), nullptr); }
-  ~WorkingDirectoryGuard() { EXPECT_EQ(chdir(saved), 0); }
+  char temp[32] = "/tmp/quorl_path_XXXXXX";
+  TemporaryWorkingDirectory() {
+    EXPECT_NE(getcwd(saved, sizeof saved), nullptr);
+    EXPECT_NE(mkdtemp(temp), nullptr);
+  }
+  ~TemporaryWorkingDirectory() {
+    EXPECT_EQ(chdir(saved), 0);
+    std::error_code ignored;
+    std::filesystem::remove_all(temp, ignored);
+  }
 };
 
 TEST(PathStrings, MakeAbsolutePutsRelativePathsBehindTheWorkingDirectoryEvenWithoutSeparator) {
   EXPECT_EQ(MakeAbsolutePath("C:\\x"), "C:/x/");  // absolute paths and schemes are only normalised
   EXPECT_EQ(MakeAbsolutePath("/abs/f.txt"), "/abs/f.txt");
-  const TempDirectory temp;
-  const WorkingDirectoryGuard guard;
-  ASSERT_EQ(chdir(temp.path().c_str()), 0);
-  EXPECT_EQ(GetWorkingDirectory(), temp.path() + "/");
-  EXPECT_EQ(MakeAbsolutePath("sub\\f.txt"), temp.path() + "/sub/f.txt");
-  EXPECT_EQ(MakeAbsolutePath("\\x"), temp.path() + "//x/");  // a leading backslash isn't absolute
-  ASSERT_EQ(mkdir((temp / "v.1").c_str(), 0700), 0);
+  const TemporaryWorkingDirectory directory;
+  const std::string temp = directory.temp;
+  ASSERT_EQ(chdir(temp.c_str()), 0);
+  EXPECT_EQ(GetWorkingDirectory(), temp + "/");
+  EXPECT_EQ(MakeAbsolutePath("sub\\f.txt"), temp + "/sub/f.txt");
+  EXPECT_EQ(MakeAbsolutePath("\\x"), temp + "//x/");  // a leading backslash isn't absolute
+  ASSERT_EQ(mkdir("v.1", 0700), 0);
   ASSERT_EQ(chdir("v.1"), 0);
-  EXPECT_EQ(GetWorkingDirectory(), temp.path() + "/v.1");
-  EXPECT_EQ(MakeAbsolutePath("x"), temp.path() + "/v.1x/");
+  EXPECT_EQ(GetWorkingDirectory(), temp + "/v.1");
+  EXPECT_EQ(MakeAbsolutePath("x"), temp + "/v.1x/");
 }
 
 TEST(PathStrings, ExecutableDirectoryHoldsTheRunningProgram) {
