@@ -116,17 +116,5 @@ TEST(HandleTable, ThrowingCreateLeavesTheSlotTakenButUnreturned) {
   EXPECT_EQ(table.Create(&type, 0), 2u << 16 | 1u);
 }
 
-TEST(BucketedSharedList, AddCreatesTheBucketsUpToTheNumber) {
-  BucketedSharedList<int> list;
-  const auto item = std::make_shared<int>(1);
-  list.Add(item, 3);
-  EXPECT_EQ(list.BucketCount(), 4u);
-  EXPECT_EQ(item.use_count(), 2);
-  for (std::size_t b = 0; b < 3; ++b)
-    EXPECT_TRUE(list.TakeBucket(b).empty());
-  EXPECT_EQ(list.TakeBucket(3).front(), item);
-  EXPECT_EQ(item.use_count(), 1);
-}
-
 }  // namespace
 }  // namespace quorl
