@@ -35,8 +35,6 @@ TEST(BuildInfo, FirstReadFindsTheTenFirstStageKeysWithTheirShapes) {
   for (const auto& item : BuildInfo::instance()) {
     names.insert(item.second.name);
     EXPECT_FALSE(item.second.value.empty()) << item.second.name;
-    EXPECT_EQ(item.first, NameHash(item.second.name.c_str())) << item.second.name;
-    EXPECT_EQ(item.second.hash, item.first) << item.second.name;
   }
   EXPECT_EQ(names, (std::set<std::string>{"BUILD_PLATFORM", "BUILD_CONFIG", "BUILD_NUMBER", "BUILD_HOST",
                                           "BUILD_DATE", "BUILD_INFO", "GIT_BRANCH", "GIT_HASH",

@@ -3,43 +3,30 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "core/logger.h"
-#include "core/strings.h"
 
 namespace quorl {
 namespace {
 
-// Four threads log while a fifth keeps storing the threshold and copying the callback, which the design
-// reads without the logger mutex. The callback is unguarded on purpose: delivery holds the logger mutex,
-// so the callback never runs twice at once, and every line arrives once.
-TEST(LoggerConcurrency, CallbackRunsSeriallyAndReceivesEveryLineOnce) {
-  std::multiset<std::string> received, expected;
-  Logger::SetCallback([&](Logger::LOG_TYPE, const char* text) { received.insert(text); });
-  Logger::LogRaw(Logger::LOG_VERBOSE, "");  // switches standard output here, so the threads only deliver
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 0; i < 200; ++i)
-        Logger::Log(static_cast<Logger::LOG_TYPE>(i % 5), FormatString("thread %d message %d", t, i));
-    });
-    for (int i = 0; i < 200; ++i)
-      expected.insert(FormatString("Qz LOG:\tthread %d message %d\n", t, i));
-  }
-  threads.emplace_back([] {
-    for (int i = 0; i < 200; ++i) {
+// The threshold and the callback are read without the logger mutex by design: one thread keeps storing
+// the threshold and copying the callback while another logs, for ThreadSanitizer to watch.
+TEST(LoggerConcurrency, LinesArriveWhileTheThresholdIsStoredAndTheCallbackCopied) {
+  int received = 0;  // unguarded on purpose: delivery holds the logger mutex
+  Logger::SetCallback([&](Logger::LOG_TYPE, const char*) { ++received; });
+  std::thread setter([] {
+    for (int i = 0; i < 1000; ++i) {
       Logger::SetLevel(0);
       (void)Logger::GetCallback();
     }
   });
-  for (std::thread& thread : threads)
-    thread.join();
+  for (int i = 0; i < 1000; ++i)
+    Logger::Log(Logger::LOG_INFO, "line");
+  setter.join();
   Logger::SetCallback(nullptr);
-  EXPECT_EQ(received, expected);
+  EXPECT_EQ(received, 1000);
 }
 
 // Holds one delivery inside the callback while a second thread logs: the second must wait for the logger
