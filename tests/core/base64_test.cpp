@@ -18,40 +18,27 @@ using base64_internal::Base64Path;
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
+using namespace std::string_literals;
+
 TEST(Base64, EncodesTheStandardWayButForALoneLastByte) {
-  const char* const cases[][2] = {
-      {"M", "TB=="},  // the standard has TQ==
-      {"A", "QB=="},
-      {"\xff", "/D=="},
-      {"foob", "Zm9vYC=="},
-      {"", ""},
-      {"Ma", "TWE="},
-      {"Man", "TWFu"},
-      {"fooba", "Zm9vYmE="},
-      {"foobar", "Zm9vYmFy"},
-      {"\xfb\xff\xbf", "+/+/"},
-  };
+  // A lone last byte keeps its two low bits in place: the standard gives TQ== for "M".
+  const std::string cases[][2] = {{"M", "TB=="},          {"A", "QB=="},           {"\xff", "/D=="},
+                                  {"\0"s, "AA=="},        {"foob", "Zm9vYC=="},    {"", ""},
+                                  {"Ma", "TWE="},         {"Man", "TWFu"},         {"fooba", "Zm9vYmE="},
+                                  {"foobar", "Zm9vYmFy"}, {"\xfb\xff\xbf", "+/+/"}};
   for (const auto& c : cases)
-    EXPECT_EQ(Base64Encode(std::string(c[0])), c[1]) << c[0];
-  EXPECT_EQ(Base64Encode(std::string(1, '\0')), "AA==");
+    EXPECT_EQ(Base64Encode(c[0]), c[1]) << c[0];
   const uint8_t bytes[] = {77, 0xf0};  // only the first byte is input, yet the one behind it shows
   EXPECT_EQ(Base64Encode(bytes, 1), "TP==");
 }
 
 TEST(Base64, DecodeChecksOnlyTheLengthAndTheTail) {
-  const struct {
-    std::string text, bytes;
-  } cases[] = {
-      {"TWFuT", ""},
-      {"TWFu==", ""},
-      {"    ", std::string(3, '\0')},
-      {"TQ==TWE=", std::string("M\0\0Ma", 5)},  // "=" before the tail counts as 0
-      {"AA=x", std::string(1, '\0')},
-      {"TB==", "L"},
-      {"TWFu", "Man"},
+  const std::string cases[][2] = {
+      {"TWFuT", ""}, {"TWFu==", ""},  {"    ", "\0\0\0"s},      {"AA=x", "\0"s},
+      {"TB==", "L"}, {"TWFu", "Man"}, {"TQ==TWE=", "M\0\0Ma"s},  // "=" before the tail counts as 0
   };
   for (const auto& c : cases)
-    EXPECT_EQ(Base64Decode(c.text), c.bytes) << c.text;
+    EXPECT_EQ(Base64Decode(c[0]), c[1]) << c[0];
   EXPECT_EQ(Base64Decode("TWFu", 0), "Man");  // a zero size still reads the four characters
 }
 

@@ -14,8 +14,6 @@
 namespace quorl {
 namespace {
 
-using Strings = std::vector<std::string>;
-
 // A printf conversion whose output grows at every call, so the two passes of FormatString disagree.
 int growingCalls = 0;
 int PrintGrowing(FILE* stream, const printf_info*, const void* const*) {
@@ -51,7 +49,7 @@ TEST(PadNumber, FillsInFrontOfTheSignAndNeverCuts) {
   EXPECT_EQ(PadNumber(12, -4, '0'), "12");
 }
 
-TEST(Slicing, CutsAtFirstOrLastWholeSeparator) {
+TEST(Slicing, CutsAtFirstOrLastWholeSeparatorOfTheTextUpToItsFirstNul) {
   const struct {
     const char *text, *separator, *afterFirst, *beforeFirst, *afterLast, *beforeLast;
   } cases[] = {
@@ -67,10 +65,7 @@ TEST(Slicing, CutsAtFirstOrLastWholeSeparator) {
     EXPECT_EQ(AfterLast(c.text, c.separator), c.afterLast);
     EXPECT_EQ(BeforeLast(c.text, c.separator), c.beforeLast);
   }
-}
-
-TEST(Slicing, StringFormEndsAtFirstNul) {
-  const std::string text("a/b\0c/d", 7);
+  const std::string text("a/b\0c/d", 7);  // the string forms end at the first NUL
   EXPECT_EQ(AfterLast(text, "/"), "b");
   EXPECT_EQ(BeforeLast(text, "/"), "a");
   EXPECT_EQ(AfterFirst(text, "/"), "b");
@@ -134,17 +129,13 @@ TEST(Case, ConvertsEachByteThroughTheGlobalLocaleOfTheCall) {
   EXPECT_EQ(upper, "AXY");
 }
 
-TEST(ReplaceAll, RescansFromTheStartAfterEveryReplacement) {
+TEST(ReplaceAndErase, RescanFromTheStartAfterEveryReplacement) {
   EXPECT_EQ(ReplaceAll("aabb", "ab", ""), "");
   EXPECT_EQ(ReplaceAll("aaaa", "aa", "a"), "a");
   EXPECT_EQ(ReplaceAll("a.b.c", ".", "::"), "a::b::c");
   EXPECT_EQ(ReplaceAll("abc", "x", "y"), "abc");
-  EXPECT_EQ(ReplaceAll(std::string("aabb"), std::string("ab"), std::string()), "");
-  // The string form works on the zero-terminated texts of all three.
+  // The string form works on the zero-terminated texts of all three; EraseAll on the stored length.
   EXPECT_EQ(ReplaceAll(std::string("a-b\0-c", 6), std::string("-\0x", 3), std::string("+\0y", 3)), "a+b");
-}
-
-TEST(EraseAll, RescansInPlaceByStoredLength) {
   std::string text("aabb");
   EXPECT_EQ(EraseAll(text, "ab"), 0u);
   EXPECT_EQ(text, "");
@@ -163,7 +154,7 @@ TEST(Join, PutsSeparatorBetweenAndReadsItOnlyWhenNeeded) {
 }
 
 TEST(Split, AppendsNonEmptyTokensOrWithInvertTheRunsOfTheSet) {
-  Strings out{"kept"};
+  std::vector<std::string> out{"kept"};
   Split("a//b", out, "/", false);
   Split(",a;b,,c;", out, ",;", false);
   Split("", out, "/", false);
@@ -172,7 +163,8 @@ TEST(Split, AppendsNonEmptyTokensOrWithInvertTheRunsOfTheSet) {
   Split("a b", out, "", false);
   Split("ab12cd345e6", out, "0123456789", true);
   Split(std::string("a/b-c\0d/e", 9), out, std::string("/\0-", 3), false);  // both end at the first NUL
-  EXPECT_EQ(out, (Strings{"kept", "a", "b", "a", "b", "c", "a b", "12", "345", "6", "a", "b-c"}));
+  EXPECT_EQ(out,
+            (std::vector<std::string>{"kept", "a", "b", "a", "b", "c", "a b", "12", "345", "6", "a", "b-c"}));
 }
 
 }  // namespace
