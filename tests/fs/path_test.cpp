@@ -1,3 +1,4 @@
+// Path strings, and the path records of numbered file sequences built on them.
 #include "fs/path.h"
 
 #include <errno.h>
@@ -9,6 +10,8 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+
+#include "fs/path_record.h"
 
 namespace quorl {
 namespace {
@@ -67,15 +70,12 @@ TEST(PathStrings, MakeAbsolutePutsRelativePathsBehindTheWorkingDirectoryEvenWith
   EXPECT_EQ(MakeAbsolutePath("x"), temp + "/v.1x/");
 }
 
-TEST(PathStrings, ExecutableDirectoryHoldsTheRunningProgram) {
+TEST(PathStrings, ExecutableDirectoryHoldsTheRunningProgramAndAnUnsetVariableIsEmpty) {
   const std::string directory = GetExecutableDirectory();
   ASSERT_FALSE(directory.empty());
   EXPECT_EQ(directory.back(), '/');
   struct stat info;
   EXPECT_EQ(stat((directory + program_invocation_short_name).c_str(), &info), 0);
-}
-
-TEST(PathStrings, EnvironmentValueOfAnUnsetNameIsEmpty) {
   ASSERT_EQ(setenv("QUORL_PATH_TEST_VALUE", "v=1", 1), 0);
   EXPECT_EQ(GetEnvironmentValue("QUORL_PATH_TEST_VALUE"), "v=1");
   ASSERT_EQ(unsetenv("QUORL_PATH_TEST_VALUE"), 0);
@@ -97,13 +97,70 @@ TEST(PathStrings, HashedPathSplitsAtTheFirstSeparator) {
   EXPECT_EQ(HashedPath("a/b").tail.name, "b");
 }
 
-TEST(PathStrings, NullTextsRaiseTheNullTextError) {
+TEST(PathStrings, NullTextsOfPathsAndRecordsRaiseTheNullTextError) {
   const auto nullTextError =
       testing::ThrowsMessage<std::logic_error>(testing::StrEq("basic_string::_M_construct null not valid"));
   EXPECT_THAT([] { NormalizePath(nullptr); }, nullTextError);
   EXPECT_THAT([] { MakeAbsolutePath(nullptr); }, nullTextError);
   EXPECT_THAT([] { CopyPathText(nullptr); }, nullTextError);
   EXPECT_THAT([] { HashedPath path(static_cast<const char*>(nullptr)); }, nullTextError);
+  EXPECT_THAT([] { PathRecord("d/", nullptr, 1); }, nullTextError);
+  EXPECT_THAT([] { PathRecord(nullptr, "f#.png", true); }, nullTextError);
+}
+
+TEST(PathRecord, ComposePutsTheFirstPieceBeforeThePaddedNumber) {
+  const struct {
+    const char* pattern;
+    int32_t index;
+    const char* path;
+  } cases[] = {
+      {"frame_####.png", 7, "d/frame_0007.png"},
+      {"a_###_b.png", 7, "d/a_007_b.png"},
+      {"a#b#c.png", 7, "d/a07b.png"},  // the third piece is dropped
+      {"###_b.png", 7, "d/_b007.png"},
+      {"####.png", 7, ""},  // no literal piece: no path
+      {"frame_###", 7, "d/frame_007."},
+      {"frame.png", 7, "d/frame7.png"},
+      {"f_##.png", 123, "d/f_123.png"},
+      {"f_###.png", -5, "d/f_0-5.png"},
+      {"x.png_#.png", 3, "d/x_3.png"},  // every copy of the extension leaves the body
+  };
+  for (const auto& c : cases) {
+    const PathRecord record("d/", c.pattern, c.index);
+    EXPECT_EQ(record.path, c.path) << c.pattern;
+    EXPECT_EQ(record.directory, "d/");
+    EXPECT_EQ(record.index, c.index);
+    EXPECT_EQ(record.name, "");
+  }
+  EXPECT_EQ(PathRecord("", "frame_###", 1).extension, ".");
+  EXPECT_EQ(PathRecord("", "a.tar.gz#", 1).extension, ".gz#");
+}
+
+TEST(PathRecord, ParseReadsTheNumberWhenTheRestHasTheRunsLength) {
+  const struct {
+    const char *path, *pattern, *directory, *name, *extension;
+    int32_t index;
+  } cases[] = {
+      {"d/frame_0007.png", "frame_####.png", "d/", "frame_0007", ".png", 7},
+      {"d\\frame_0007.png", nullptr, "d/", "frame_0007", ".png", -1},
+      {"d/frame_007.png", "frame_####.png", "d/", "frame_007", ".png", -1},
+      {"d/frame_abcd.png", "frame_####.png", "d/", "frame_abcd", ".png", 0},
+      {"d/take_0012.png", "frame_####.png", "d/", "take_0012", ".png", -1},
+      {"d/a_07_b.png", "a_##_b.png", "d/", "a_07_b", ".png", 7},
+      {"d/111.png", "1##.png", "d/", "111", ".png", -1},  // the piece also eats the digits
+      {"d/0042.png", "####.png", "d/", "0042", ".png", -1},
+      {"a/b", "b#", "a/b/", "", ".", -1},
+      {"b.png", "b#.png", "b.png/", "", ".png/", -1},
+      {"x.d/f.tar.gz", nullptr, "x.d/", "f.tar", ".gz", -1},
+      {"a/x.d/f", nullptr, "a/x.d/f/", "x", ".d/f/", -1},  // the dot leaks
+  };
+  for (const auto& c : cases) {
+    const PathRecord record(c.path, c.pattern, true);
+    EXPECT_EQ(record.directory, c.directory) << c.path;
+    EXPECT_EQ(record.name, c.name) << c.path;
+    EXPECT_EQ(record.extension, c.extension) << c.path;
+    EXPECT_EQ(record.index, c.index) << c.path;
+  }
 }
 
 }  // namespace
