@@ -6,7 +6,6 @@
 
 #include <cstring>
 #include <random>
-#include <string>
 #include <vector>
 
 namespace quorl {

@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <stdexcept>
-#include <string>
 
 namespace quorl {
 namespace {

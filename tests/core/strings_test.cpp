@@ -5,11 +5,8 @@
 #include <printf.h>
 
 #include <climits>
-#include <cwchar>
 #include <locale>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace quorl {
 namespace {

@@ -9,7 +9,6 @@
 
 #include <filesystem>
 #include <stdexcept>
-#include <string>
 
 #include "fs/path_record.h"
 
