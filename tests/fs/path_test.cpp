@@ -15,23 +15,19 @@
 namespace quorl {
 namespace {
 
-TEST(PathStrings, TheLastElementsDotDecidesFileOrDirectory) {
-  const char* const cases[][2] = {
-      {"", "/"},         {"a\\b", "a/b/"},     {"a/b/", "a/b/"}, {"a/b.c", "a/b.c"},
-      {"b.c", "b.c/"},   {"a/b.c/", "a/b.c/"}, {"a/..", "a/.."}, {"a/./b", "a/./b/"},
-      {"a//b", "a//b/"}, {"\\\\x.y", "//x.y"},
-  };
-  for (const auto& c : cases)
+TEST(PathStrings, TheLastElementsDotDecidesFileOrDirectoryAndThePartsFollow) {
+  const char* const normalised[][2] = {{"", "/"},           {"a\\b", "a/b/"},    {"a/b/", "a/b/"},
+                                       {"a/b.c", "a/b.c"},  {"b.c", "b.c/"},     {"a/b.c/", "a/b.c/"},
+                                       {"a/..", "a/.."},    {"a/./b", "a/./b/"}, {"a//b", "a//b/"},
+                                       {"\\\\x.y", "//x.y"}};
+  for (const auto& c : normalised)
     EXPECT_EQ(NormalizePath(c[0]), c[1]) << c[0];
-}
-
-TEST(PathStrings, PartsFollowTheNormalisedText) {
-  const char* const cases[][4] = {
+  const char* const parts[][4] = {
       // path, directory, stem, extension
       {"a/b.c", "a/", "b", "c"},       {"a/b", "a/b/", "", ""}, {"b.c", "b.c/", "", "c/"},
       {"a/n.tar.gz", "a/", "n", "gz"}, {"a/b.", "a/", "b", ""}, {"d.old/f", "d.old/f/", "", "old/f/"},
   };
-  for (const auto& c : cases) {
+  for (const auto& c : parts) {
     EXPECT_EQ(GetDirectoryOf(c[0]), c[1]) << c[0];
     EXPECT_EQ(GetFileStem(c[0]), c[2]) << c[0];
     EXPECT_EQ(GetFileExtension(c[0]), c[3]) << c[0];
@@ -41,12 +37,8 @@ TEST(PathStrings, PartsFollowTheNormalisedText) {
 // A fresh directory (its name without a dot) that is removed, and the working directory restored, when the
 // test ends, also on failure.
 struct TemporaryWorkingDirectory {
-  char saved[4096];
-  char temp[32] = "/tmp/quorl_path_XXXXXX";
-  TemporaryWorkingDirectory() {
-    EXPECT_NE(getcwd(saved, sizeof saved), nullptr);
-    EXPECT_NE(mkdtemp(temp), nullptr);
-  }
+  char saved[4096], temp[32] = "/tmp/quorl_path_XXXXXX";
+  const bool made = getcwd(saved, sizeof saved) != nullptr && mkdtemp(temp) != nullptr;
   ~TemporaryWorkingDirectory() {
     EXPECT_EQ(chdir(saved), 0);
     std::error_code ignored;
@@ -57,7 +49,8 @@ struct TemporaryWorkingDirectory {
 TEST(PathStrings, MakeAbsolutePutsRelativePathsBehindTheWorkingDirectoryEvenWithoutSeparator) {
   EXPECT_EQ(MakeAbsolutePath("C:\\x"), "C:/x/");  // absolute paths and schemes are only normalised
   EXPECT_EQ(MakeAbsolutePath("/abs/f.txt"), "/abs/f.txt");
-  const TemporaryWorkingDirectory directory;
+  TemporaryWorkingDirectory directory;
+  ASSERT_TRUE(directory.made);
   const std::string temp = directory.temp;
   ASSERT_EQ(chdir(temp.c_str()), 0);
   EXPECT_EQ(GetWorkingDirectory(), temp + "/");
