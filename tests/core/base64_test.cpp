@@ -110,8 +110,8 @@ TEST(Base64Paths, AgreeWithThePortablePathOnEveryLengthAndReadNothingOutsideTheI
         byte = static_cast<char>(random());
       for (char& c : junk)
         c = characters[random() % characters.size()];
-      const auto* data = reinterpret_cast<const uint8_t*>(bytes.data());
-      const std::string text = Base64EncodeWith(Base64Path::kPortable, data, length);
+      const std::string text =
+          Base64EncodeWith(Base64Path::kPortable, reinterpret_cast<const uint8_t*>(bytes.data()), length);
       ASSERT_EQ(text.size(), (length + 2) / 3 * 4);
       std::string roundTrip = bytes.substr(0, length);
       if (length % 3 == 1) roundTrip.back() = static_cast<char>(roundTrip.back() & 0xfc);
