@@ -8,19 +8,17 @@ namespace quorl {
 namespace {
 
 // A kind whose objects are ints; counts what the table does with them.
-struct Counters {
-  static inline int created = 0, destroyed = 0, lastInvoked = 0;
-};
+int created = 0, destroyed = 0, lastInvoked = 0;
 HandleType MakeType() {
-  Counters::created = Counters::destroyed = Counters::lastInvoked = 0;
+  created = destroyed = lastInvoked = 0;
   return HandleType{"int", nullptr,
                     [](void* value) {
-                      ++Counters::destroyed;
+                      ++destroyed;
                       delete static_cast<int*>(value);
                     },
-                    [](uintptr_t, void* value) { Counters::lastInvoked = *static_cast<int*>(value); },
+                    [](uintptr_t, void* value) { lastInvoked = *static_cast<int*>(value); },
                     [](uintptr_t argument) -> void* {
-                      ++Counters::created;
+                      ++created;
                       return new int(static_cast<int>(argument));
                     }};
 }
@@ -38,16 +36,16 @@ TEST(HandleTable, FreedSlotsComeBackLastFirstAndRefuseOldHandlesInDestroyButNotI
   const uint32_t second = table.Create(&type, 20);
   EXPECT_EQ(second, 65538u);
   table.Destroy(first);
-  EXPECT_EQ(Counters::destroyed, 1);
+  EXPECT_EQ(destroyed, 1);
   EXPECT_TRUE(table.Invoke(first, &type, 0));
-  EXPECT_EQ(Counters::lastInvoked, 20);
+  EXPECT_EQ(lastInvoked, 20);
   const uint32_t third = table.Create(&type, 30);
   table.Destroy(second);
   table.Destroy(third);
   EXPECT_EQ(table.Create(&type, 0), third + 1);  // the slot freed last comes back first
   table.Destroy(second);                         // a second destroy puts the slot on the free list again
   EXPECT_EQ(table.FreeCount(), 2u);
-  EXPECT_EQ(Counters::destroyed, 3);
+  EXPECT_EQ(destroyed, 3);
 }
 
 // The index in a handle is read as a signed 16-bit number, so a table reaches indices up to 32767 only.
@@ -72,7 +70,7 @@ TEST(HandleTable, GenerationWrapsWithinItsBitsAndIndicesFrom32768AreOutOfRange) 
     EXPECT_EQ(table.FreeCount(), 0u);
     EXPECT_TRUE(table.Invoke(handle - (1u << 16), &type, 0));
   }
-  EXPECT_EQ(Counters::destroyed, Counters::created);  // the destructor ends what is left
+  EXPECT_EQ(destroyed, created);  // the destructor ends what is left
 }
 
 TEST(HandleTable, ClearDestroysEverythingAndRestartsGenerationsAndTheZeroHandleFreesSlotZero) {
@@ -83,7 +81,7 @@ TEST(HandleTable, ClearDestroysEverythingAndRestartsGenerationsAndTheZeroHandleF
   table.Create(&type, 0);
   table.Create(&type, 0);
   table.Clear();
-  EXPECT_EQ(Counters::destroyed, 3);
+  EXPECT_EQ(destroyed, 3);
   EXPECT_EQ(table.SlotCount(), 1u);
   EXPECT_EQ(table.FreeCount(), 0u);
   EXPECT_EQ(table.Create(&type, 0), first);

@@ -15,8 +15,6 @@
 namespace quorl {
 namespace {
 
-using Received = std::vector<std::pair<int, std::string>>;
-
 Logger::LOG_TYPE Severity(int value) {
   return static_cast<Logger::LOG_TYPE>(value);
 }
@@ -96,7 +94,7 @@ TEST(Logger, LogPrefixesTheMessageAndKeepsPercentSignsLiteral) {
 
 // Print and Statistic ignore the threshold and the callback, and write their texts as they stand.
 TEST(Logger, CallbackTakesFilteredMessagesWhilePrintAndStatisticWriteStandardOutput) {
-  Received received;
+  std::vector<std::pair<int, std::string>> received;
   Logger::SetCallback([&](Logger::LOG_TYPE type, const char* text) { received.emplace_back(type, text); });
   const std::string out = StdoutOf([] {
     Logger::Log(Severity(3), "option");
@@ -111,7 +109,7 @@ TEST(Logger, CallbackTakesFilteredMessagesWhilePrintAndStatisticWriteStandardOut
     Logger::SetLevel(0);
   });
   EXPECT_EQ(out, "no newline%d##teamcity[buildStatisticValue key='it's' value='a'b%s']\n");
-  EXPECT_EQ(received, (Received{{3, "Qz LOG:\toption\n"}, {4, "raw %s"}, {1, ""}}));
+  EXPECT_EQ(received, (decltype(received){{3, "Qz LOG:\toption\n"}, {4, "raw %s"}, {1, ""}}));
   Logger::GetCallback()(Severity(7), "through the copy");
   EXPECT_EQ(received.back(), std::make_pair(7, std::string("through the copy")));
   Logger::SetCallback(nullptr);

@@ -34,8 +34,7 @@ TEST(PathStrings, TheLastElementsDotDecidesFileOrDirectoryAndThePartsFollow) {
   }
 }
 
-// A fresh directory (its name without a dot) that is removed, and the working directory restored, when the
-// test ends, also on failure.
+// A fresh directory (named without a dot), removed when the test ends, and the working directory restored.
 struct TemporaryWorkingDirectory {
   char saved[4096], temp[32] = "/tmp/quorl_path_XXXXXX";
   const bool made = getcwd(saved, sizeof saved) != nullptr && mkdtemp(temp) != nullptr;
