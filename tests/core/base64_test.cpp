@@ -19,7 +19,7 @@ constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx
 
 using namespace std::string_literals;
 
-TEST(Base64, EncodesTheStandardWayButForALoneLastByte) {
+TEST(Base64, LoneLastByteKeepsItsLowBitsAndDecodingChecksOnlyTheLengthAndTheTail) {
   // A lone last byte keeps its two low bits in place: the standard gives TQ== for "M".
   const std::string cases[][2] = {{"M", "TB=="},          {"A", "QB=="},           {"\xff", "/D=="},
                                   {"\0"s, "AA=="},        {"foob", "Zm9vYC=="},    {"", ""},
@@ -29,14 +29,11 @@ TEST(Base64, EncodesTheStandardWayButForALoneLastByte) {
     EXPECT_EQ(Base64Encode(c[0]), c[1]) << c[0];
   const uint8_t bytes[] = {77, 0xf0};  // only the first byte is input, yet the one behind it shows
   EXPECT_EQ(Base64Encode(bytes, 1), "TP==");
-}
-
-TEST(Base64, DecodeChecksOnlyTheLengthAndTheTail) {
-  const std::string cases[][2] = {
+  const std::string decoded[][2] = {
       {"TWFuT", ""}, {"TWFu==", ""},  {"    ", "\0\0\0"s},      {"AA=x", "\0"s},
       {"TB==", "L"}, {"TWFu", "Man"}, {"TQ==TWE=", "M\0\0Ma"s},  // "=" before the tail counts as 0
   };
-  for (const auto& c : cases)
+  for (const auto& c : decoded)
     EXPECT_EQ(Base64Decode(c[0]), c[1]) << c[0];
   EXPECT_EQ(Base64Decode("TWFu", 0), "Man");  // a zero size still reads the four characters
 }
