@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <stdexcept>
+#include <tuple>
 
 #include "fs/path_record.h"
 
@@ -100,11 +101,7 @@ TEST(PathStrings, NullTextsOfPathsAndRecordsRaiseTheNullTextError) {
 }
 
 TEST(PathRecord, ComposePutsTheFirstPieceBeforeThePaddedNumber) {
-  const struct {
-    const char* pattern;
-    int32_t index;
-    const char* path;
-  } cases[] = {
+  const std::tuple<const char*, int32_t, const char*> cases[] = {
       {"frame_####.png", 7, "d/frame_0007.png"},
       {"a_###_b.png", 7, "d/a_007_b.png"},
       {"a#b#c.png", 7, "d/a07b.png"},  // the third piece is dropped
@@ -116,11 +113,11 @@ TEST(PathRecord, ComposePutsTheFirstPieceBeforeThePaddedNumber) {
       {"f_###.png", -5, "d/f_0-5.png"},
       {"x.png_#.png", 3, "d/x_3.png"},  // every copy of the extension leaves the body
   };
-  for (const auto& c : cases) {
-    const PathRecord record("d/", c.pattern, c.index);
-    EXPECT_EQ(record.path, c.path) << c.pattern;
+  for (const auto& [pattern, index, path] : cases) {
+    const PathRecord record("d/", pattern, index);
+    EXPECT_EQ(record.path, path) << pattern;
     EXPECT_EQ(record.directory, "d/");
-    EXPECT_EQ(record.index, c.index);
+    EXPECT_EQ(record.index, index);
     EXPECT_EQ(record.name, "");
   }
   EXPECT_EQ(PathRecord("", "frame_###", 1).extension, ".");
@@ -128,10 +125,7 @@ TEST(PathRecord, ComposePutsTheFirstPieceBeforeThePaddedNumber) {
 }
 
 TEST(PathRecord, ParseReadsTheNumberWhenTheRestHasTheRunsLength) {
-  const struct {
-    const char *path, *pattern, *directory, *name, *extension;
-    int32_t index;
-  } cases[] = {
+  const std::tuple<const char*, const char*, const char*, const char*, const char*, int32_t> cases[] = {
       {"d/frame_0007.png", "frame_####.png", "d/", "frame_0007", ".png", 7},
       {"d\\frame_0007.png", nullptr, "d/", "frame_0007", ".png", -1},
       {"d/frame_007.png", "frame_####.png", "d/", "frame_007", ".png", -1},
@@ -145,12 +139,12 @@ TEST(PathRecord, ParseReadsTheNumberWhenTheRestHasTheRunsLength) {
       {"x.d/f.tar.gz", nullptr, "x.d/", "f.tar", ".gz", -1},
       {"a/x.d/f", nullptr, "a/x.d/f/", "x", ".d/f/", -1},  // the dot leaks
   };
-  for (const auto& c : cases) {
-    const PathRecord record(c.path, c.pattern, true);
-    EXPECT_EQ(record.directory, c.directory) << c.path;
-    EXPECT_EQ(record.name, c.name) << c.path;
-    EXPECT_EQ(record.extension, c.extension) << c.path;
-    EXPECT_EQ(record.index, c.index) << c.path;
+  for (const auto& [path, pattern, directory, name, extension, index] : cases) {
+    const PathRecord record(path, pattern, true);
+    EXPECT_EQ(record.directory, directory) << path;
+    EXPECT_EQ(record.name, name) << path;
+    EXPECT_EQ(record.extension, extension) << path;
+    EXPECT_EQ(record.index, index) << path;
   }
 }
 

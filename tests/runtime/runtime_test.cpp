@@ -49,12 +49,9 @@ TEST(CpuFacts, AgreeWithTheIdentificationQuery) {
 }
 
 TEST(SleepRequest, SplitsIntoSecondsAndLessThanASecond) {
-  const int64_t cases[][3] = {{1, 0, 1},
-                              {999999999, 0, 999999999},
-                              {1000000000, 1, 0},
-                              {1000000001, 1, 1},
-                              {2500000000, 2, 500000000},
-                              {std::numeric_limits<int64_t>::max(), 9223372036, 854775807}};
+  const int64_t cases[][3] = {
+      {1, 0, 1},          {999999999, 0, 999999999},  {1000000000, 1, 0},
+      {1000000001, 1, 1}, {2500000000, 2, 500000000}, {INT64_MAX, 9223372036, 854775807}};
   for (const auto& c : cases) {
     const timespec request = SleepRequest(c[0]);
     EXPECT_EQ(request.tv_sec, c[1]) << c[0];
@@ -122,8 +119,7 @@ TEST(WorkerThread, JoinIsATestAndCollect) {
   EXPECT_FALSE(worker.Join());
 }
 
-// Moving hands over the finished thread with the body and leaves the source with neither; Swap exchanges
-// both.
+// Moving hands over the finished thread with the body and leaves the source with neither; so does Swap.
 TEST(WorkerThread, MoveAndSwapHandOverTheThreadAndTheBody) {
   int calls = 0;
   WorkerThread first;
