@@ -16,9 +16,10 @@ std::string Sample(int n) {
   return key;
 }
 
-// Known vectors of the published algorithms; the first four rows are published ones. The 128-bit words
-// are in this library's order: word0 is the word that the published reference writes second. Lengths 1
-// to 16 reach every tail of both forms.
+// Known vectors: the 32-bit values of the first four rows and the 128-bit words of the first two are
+// published, the rest come from a plain reference written from the published description. The 128-bit
+// words are in this library's order: word0 is the one that the reference writes second. Lengths 1 to 16
+// reach every tail of both forms.
 constexpr char kFox[] = "The quick brown fox jumps over the lazy dog";
 struct HashVector {
   std::string key;
@@ -72,7 +73,7 @@ TEST(MurmurHash, KnownVectorsFromAlignedAndUnalignedKeysWithThe128BitWordsSwappe
   }
 }
 
-TEST(NameHash, KnownKeysZeroWithoutHashingForNullAndEmptyAndEmbeddedZerosInTheStringForm) {
+TEST(NameHash, KnownKeysNullAndEmptyGiveZeroAndTheStringFormCountsPastAnEmbeddedZero) {
   EXPECT_EQ(NameHash("PRODUCT"), 1922325688u);
   EXPECT_EQ(NameHash("VERSION"), 1893125649u);
   EXPECT_EQ(NameHash("BUILD_INFO"), 2600028831u);
@@ -83,7 +84,6 @@ TEST(NameHash, KnownKeysZeroWithoutHashingForNullAndEmptyAndEmbeddedZerosInTheSt
   uint32_t hashedEmpty = 0;
   MurmurHash3_x86_32("", 0, kNameHashSeed, &hashedEmpty);
   EXPECT_NE(hashedEmpty, 0u);  // so the zeros above are the shortcut's
-  // The string form counts the bytes after an embedded zero.
   const std::string embedded("ab\0cd", 5);
   uint32_t expected = 0;
   MurmurHash3_x86_32(embedded.data(), 5, kNameHashSeed, &expected);
