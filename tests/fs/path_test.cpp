@@ -37,7 +37,7 @@ TEST(PathStrings, TheLastElementsDotDecidesFileOrDirectoryAndThePartsFollow) {
 
 // A fresh directory (named without a dot), removed when the test ends, and the working directory restored.
 struct TemporaryWorkingDirectory {
-  char saved[4096], temp[32] = "/tmp/quorl_path_XXXXXX";
+  char saved[4096] = "", temp[32] = "/tmp/quorl_path_XXXXXX";
   const bool made = getcwd(saved, sizeof saved) != nullptr && mkdtemp(temp) != nullptr;
   ~TemporaryWorkingDirectory() {
     EXPECT_EQ(chdir(saved), 0);
