@@ -1,29 +1,15 @@
 #include "core/strings.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <printf.h>
 
 #include <climits>
-#include <cwchar>
-#include <functional>
 #include <locale>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 namespace quorl {
 namespace {
-
-using Strings = std::vector<std::string>;
-
-void ExpectNullTextError(const std::function<void()>& call) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception for a null text";
-  } catch (const std::logic_error& e) {
-    EXPECT_STREQ(e.what(), "basic_string::_M_construct null not valid");
-  }
-}
 
 // A printf conversion whose output grows at every call, so the two passes of FormatString disagree.
 int growingCalls = 0;
@@ -34,22 +20,13 @@ int NoArguments(const printf_info*, size_t, int*, int*) {
   return 0;
 }
 
-TEST(FormatString, FormatsWithoutLengthLimit) {
+TEST(FormatString, FormatsWithoutLimitThrowsOnAFailedFirstPassAndGivesEmptyOnAnotherSecondLength) {
   EXPECT_EQ(FormatString("%s=%d%%", "x", -7), "x=-7%");
   EXPECT_EQ(FormatString("%s", ""), "");
-  const std::string wide = FormatString("%5000d|", 1);
-  EXPECT_EQ(wide.size(), 5001u);
-  EXPECT_EQ(wide.substr(4999), "1|");
-  EXPECT_EQ(wide.find('\0'), std::string::npos);
-}
-
-TEST(FormatString, FailedFirstPassThrowsLengthError) {
+  EXPECT_EQ(FormatString("%5000d|", 1), std::string(4999, ' ') + "1|");
   // A character that the C locale cannot encode makes vsnprintf return -1.
   const wchar_t unencodable[] = {0x100, 0};
   EXPECT_THROW(FormatString("%ls", unencodable), std::length_error);
-}
-
-TEST(FormatString, SecondPassOfAnotherLengthGivesEmptyResult) {
   ASSERT_EQ(register_printf_specifier('Q', PrintGrowing, NoArguments), 0);
   const char* format = "x%Qy";  // not a literal: the compiler does not know %Q
   growingCalls = 0;
@@ -59,91 +36,72 @@ TEST(FormatString, SecondPassOfAnotherLengthGivesEmptyResult) {
 
 TEST(PadNumber, FillsInFrontOfTheSignAndNeverCuts) {
   EXPECT_EQ(PadNumber(-5, 4, '0'), "00-5");
-  EXPECT_EQ(PadNumber(42, 5, ' '), "   42");
-  EXPECT_EQ(PadNumber(7, 3, '0'), "007");
   EXPECT_EQ(PadNumber(123456, 3, '0'), "123456");
   EXPECT_EQ(PadNumber(INT_MIN, 13, '#'), "##-2147483648");
   EXPECT_EQ(PadNumber(-12, 0, '0'), "-12");
   EXPECT_EQ(PadNumber(12, -4, '0'), "12");
 }
 
-struct SliceCase {
-  const char* text;
-  const char* separator;
-  const char* afterFirst;
-  const char* beforeFirst;
-  const char* afterLast;
-  const char* beforeLast;
-};
-
-TEST(Slicing, CutsAtFirstOrLastWholeSeparator) {
-  const SliceCase cases[] = {
+TEST(Slicing, CutsAtFirstOrLastWholeSeparatorOfTheTextUpToItsFirstNul) {
+  const struct {
+    const char *text, *separator, *afterFirst, *beforeFirst, *afterLast, *beforeLast;
+  } cases[] = {
       {"a/b/c", "/", "b/c", "a", "c", "a/b"}, {"a:b::c::d", "::", "c::d", "a:b", "d", "a:b::c"},
       {"abc", "", "abc", "", "", "abc"},      {"", "", "", "", "", ""},
       {"dir/", "/", "", "dir", "", "dir"},    {"/root", "/", "root", "", "root", ""},
       {"none", "/", "", "", "", ""},          {"ab", "abc", "", "", "", ""},
   };
-  for (const SliceCase& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.text) + " | " + c.separator);
     EXPECT_EQ(AfterFirst(c.text, c.separator), c.afterFirst);
     EXPECT_EQ(BeforeFirst(c.text, c.separator), c.beforeFirst);
     EXPECT_EQ(AfterLast(c.text, c.separator), c.afterLast);
     EXPECT_EQ(BeforeLast(c.text, c.separator), c.beforeLast);
-    const std::string text(c.text);
-    EXPECT_EQ(AfterFirst(text, c.separator), c.afterFirst);
-    EXPECT_EQ(BeforeFirst(text, c.separator), c.beforeFirst);
-    EXPECT_EQ(AfterLast(text, c.separator), c.afterLast);
-    EXPECT_EQ(BeforeLast(text, c.separator), c.beforeLast);
   }
-}
-
-TEST(Slicing, StringFormEndsAtFirstNul) {
-  const std::string text("a/b\0c/d", 7);
+  const std::string text("a/b\0c/d", 7);  // the string forms end at the first NUL
   EXPECT_EQ(AfterLast(text, "/"), "b");
   EXPECT_EQ(BeforeLast(text, "/"), "a");
+  EXPECT_EQ(AfterFirst(text, "/"), "b");
+  EXPECT_EQ(BeforeFirst(text, "b"), "a/");
   EXPECT_EQ(AfterFirst(text, "c"), "");
   EXPECT_TRUE(Contains(text, "b"));
   EXPECT_FALSE(Contains(text, "c"));
 }
 
 TEST(Predicates, CompareWholePrefixSuffixAndNeedle) {
-  EXPECT_TRUE(StartsWith("", ""));
-  EXPECT_TRUE(StartsWith("abc", ""));
-  EXPECT_TRUE(StartsWith("abc", "abc"));
-  EXPECT_FALSE(StartsWith("ab", "abc"));
-  EXPECT_FALSE(StartsWith("abc", "b"));
-  EXPECT_TRUE(EndsWith("", ""));
-  EXPECT_TRUE(EndsWith("abc", "bc"));
-  EXPECT_FALSE(EndsWith("bc", "abc"));
-  EXPECT_FALSE(EndsWith("abc", "ab"));
-  EXPECT_TRUE(Contains("", ""));
-  EXPECT_TRUE(Contains("abc", "bc"));
+  EXPECT_TRUE(StartsWith("", "") && StartsWith("abc", "") && StartsWith("abc", "abc"));
+  EXPECT_FALSE(StartsWith("ab", "abc") || StartsWith("abc", "b"));
+  EXPECT_TRUE(EndsWith("", "") && EndsWith("abc", "bc") && EndsWith("abc", "abc"));
+  EXPECT_FALSE(EndsWith("bc", "abc") || EndsWith("abc", "ab"));
+  EXPECT_TRUE(Contains("", "") && Contains("abc", "bc"));
   EXPECT_FALSE(Contains("abc", "cb"));
 }
 
 TEST(NullText, EveryCheckedArgumentRaisesTheExactLogicError) {
+  const auto nullTextError =
+      testing::ThrowsMessage<std::logic_error>(testing::StrEq("basic_string::_M_construct null not valid"));
   const char* n = nullptr;
   std::vector<std::string> out;
   for (auto* slice : {+[](const char*t, const char*s) { return AfterFirst(t, s); },
                       +[](const char*t, const char*s) { return BeforeFirst(t, s); },
                       +[](const char*t, const char*s) { return AfterLast(t, s); },
                       +[](const char*t, const char*s) { return BeforeLast(t, s); }}) {
-    ExpectNullTextError([&] { slice(n, "/"); });
-    ExpectNullTextError([&] { slice("a/b", n); });
+    EXPECT_THAT([&] { slice(n, "/"); }, nullTextError);
+    EXPECT_THAT([&] { slice("a/b", n); }, nullTextError);
   }
-  ExpectNullTextError([&] { AfterFirst(std::string("a/b"), n); });
-  ExpectNullTextError([&] { StartsWith(n, "a"); });
-  ExpectNullTextError([&] { StartsWith("a", n); });
-  ExpectNullTextError([&] { EndsWith(n, "a"); });
-  ExpectNullTextError([&] { EndsWith("a", n); });
-  ExpectNullTextError([&] { Contains(n, "a"); });
-  ExpectNullTextError([&] { ToLower(n); });
-  ExpectNullTextError([&] { ToUpper(n); });
-  ExpectNullTextError([&] { ReplaceAll(n, "a", "b"); });
-  ExpectNullTextError([&] { ReplaceAll("a", n, "b"); });
-  ExpectNullTextError([&] { ReplaceAll("a", "a", n); });
-  ExpectNullTextError([&] { Split(n, out, "/", false); });
-  ExpectNullTextError([&] { Split("a", out, n, false); });
+  EXPECT_THAT([&] { AfterFirst(std::string("a/b"), n); }, nullTextError);
+  EXPECT_THAT([&] { StartsWith(n, "a"); }, nullTextError);
+  EXPECT_THAT([&] { StartsWith("a", n); }, nullTextError);
+  EXPECT_THAT([&] { EndsWith(n, "a"); }, nullTextError);
+  EXPECT_THAT([&] { EndsWith("a", n); }, nullTextError);
+  EXPECT_THAT([&] { Contains(n, "a"); }, nullTextError);
+  EXPECT_THAT([&] { ToLower(n); }, nullTextError);
+  EXPECT_THAT([&] { ToUpper(n); }, nullTextError);
+  EXPECT_THAT([&] { ReplaceAll(n, "a", "b"); }, nullTextError);
+  EXPECT_THAT([&] { ReplaceAll("a", n, "b"); }, nullTextError);
+  EXPECT_THAT([&] { ReplaceAll("a", "a", n); }, nullTextError);
+  EXPECT_THAT([&] { Split(n, out, "/", false); }, nullTextError);
+  EXPECT_THAT([&] { Split("a", out, n, false); }, nullTextError);
   EXPECT_TRUE(out.empty());
 }
 
@@ -164,17 +122,13 @@ TEST(Case, ConvertsEachByteThroughTheGlobalLocaleOfTheCall) {
   EXPECT_EQ(upper, "AXY");
 }
 
-TEST(ReplaceAll, RescansFromTheStartAfterEveryReplacement) {
+TEST(ReplaceAndErase, RescanFromTheStartAfterEveryReplacement) {
   EXPECT_EQ(ReplaceAll("aabb", "ab", ""), "");
   EXPECT_EQ(ReplaceAll("aaaa", "aa", "a"), "a");
   EXPECT_EQ(ReplaceAll("a.b.c", ".", "::"), "a::b::c");
   EXPECT_EQ(ReplaceAll("abc", "x", "y"), "abc");
-  EXPECT_EQ(ReplaceAll(std::string("aabb"), std::string("ab"), std::string()), "");
-  // The string form works on the zero-terminated texts of all three.
+  // The string form works on the zero-terminated texts of all three; EraseAll on the stored length.
   EXPECT_EQ(ReplaceAll(std::string("a-b\0-c", 6), std::string("-\0x", 3), std::string("+\0y", 3)), "a+b");
-}
-
-TEST(EraseAll, RescansInPlaceByStoredLength) {
   std::string text("aabb");
   EXPECT_EQ(EraseAll(text, "ab"), 0u);
   EXPECT_EQ(text, "");
@@ -192,32 +146,18 @@ TEST(Join, PutsSeparatorBetweenAndReadsItOnlyWhenNeeded) {
   EXPECT_EQ(Join({std::string("a\0b", 3), "c"}, "/"), std::string("a\0b/c", 5));
 }
 
-TEST(Split, AppendsNonEmptyTokens) {
-  Strings out{"kept"};
+TEST(Split, AppendsNonEmptyTokensOrWithInvertTheRunsOfTheSet) {
+  std::vector<std::string> out{"kept"};
   Split("a//b", out, "/", false);
-  EXPECT_EQ(out, (Strings{"kept", "a", "b"}));
-  out.clear();
   Split(",a;b,,c;", out, ",;", false);
-  EXPECT_EQ(out, (Strings{"a", "b", "c"}));
-  out.clear();
   Split("", out, "/", false);
   Split("///", out, "/", false);
   Split("abc", out, "", true);
-  EXPECT_TRUE(out.empty());
   Split("a b", out, "", false);
-  EXPECT_EQ(out, (Strings{"a b"}));
-}
-
-TEST(Split, InvertedYieldsRunsOfTheSet) {
-  Strings out;
   Split("ab12cd345e6", out, "0123456789", true);
-  EXPECT_EQ(out, (Strings{"12", "345", "6"}));
-}
-
-TEST(Split, StringFormEndsAtFirstNulOfTextAndDelimiters) {
-  Strings out;
-  Split(std::string("a/b-c\0d/e", 9), out, std::string("/\0-", 3), false);
-  EXPECT_EQ(out, (Strings{"a", "b-c"}));
+  Split(std::string("a/b-c\0d/e", 9), out, std::string("/\0-", 3), false);  // both end at the first NUL
+  EXPECT_EQ(out,
+            (std::vector<std::string>{"kept", "a", "b", "a", "b", "c", "a b", "12", "345", "6", "a", "b-c"}));
 }
 
 }  // namespace
