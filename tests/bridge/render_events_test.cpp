@@ -31,18 +31,6 @@ class RenderEvents : public ::testing::Test {
   void TearDown() override { FreeAllRenderEventSlots(); }
 };
 
-TEST_F(RenderEvents, IdentifiersStartAtTheBaseAndReuseTheLowestFreeSlot) {
-  EXPECT_EQ(QueueGLEventI(&Record1, 1), 16000);
-  EXPECT_EQ(QueueGLEventI(&Record1, 2), 16001);
-  EXPECT_EQ(QueueGLEventI(&Record1, 3), 16002);
-  UnityRenderEvent(16001);
-  UnityRenderEvent(16000);
-  // Both 16000 and 16001 are free; the lowest wins, whatever was freed last.
-  EXPECT_EQ(QueueGLEventI(&Record1, 4), 16000);
-  EXPECT_EQ(QueueGLEventI(&Record1, 5), 16001);
-  EXPECT_EQ(QueueGLEventI(&Record1, 6), 16003);
-}
-
 TEST_F(RenderEvents, AnIdentifierFiresOnceAndThoseOutsideTheTableAreIgnored) {
   const int32_t id = QueueGLEventI(&Record1, 42);
   const int32_t beyond = kRenderEventIdBase + RenderEventSlotCount();
