@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "bridge_test_support.h"
 
@@ -49,26 +50,24 @@ TEST(AssetRelay, PolicyFixesTheFirstVolumetricKeyForGood) {
 
 // What the host's callbacks saw, and whether another thread could take the bridge mutex meanwhile.
 struct Seen {
-  RepresentationDescriptor* descriptor = nullptr;
-  int32_t values[2] = {};
-  void* pointers[4] = {};
+  std::vector<void*> pointers;  // for the selection callback, the descriptor first
+  std::vector<int32_t> values;
   float amount = 0;
   int calls = 0;
   bool othersLockedOut = false;
 };
 Seen selected, initialised, data;
-bool hostAnswer = false;
 
 bool HostSelect(RepresentationDescriptor* d, int32_t v0, void* p0, int32_t v1, void* p1) {
-  selected = Seen{d, {v0, v1}, {p0, p1}, 0, selected.calls + 1, !BridgeMutexFreeForOthers()};
-  return hostAnswer;
+  selected = Seen{{d, p0, p1}, {v0, v1}, 0, selected.calls + 1, !BridgeMutexFreeForOthers()};
+  return v0 != 0;  // the host accepts what comes with a number
 }
 void HostInitialised(int32_t value, void* pointer) {
-  initialised = Seen{nullptr, {value}, {pointer}, 0, initialised.calls + 1, !BridgeMutexFreeForOthers()};
+  initialised = Seen{{pointer}, {value}, 0, initialised.calls + 1, !BridgeMutexFreeForOthers()};
   Map_Add("from-callback", value);  // a callback may call back into the library
 }
 void HostData(void* p0, void* p1, void* p2, int32_t value, void* p3, float amount) {
-  data = Seen{nullptr, {value}, {p0, p1, p2, p3}, amount, data.calls + 1, !BridgeMutexFreeForOthers()};
+  data = Seen{{p0, p1, p2, p3}, {value}, amount, data.calls + 1, !BridgeMutexFreeForOthers()};
 }
 
 TEST(AssetRelay, AHostCallbackDecidesAloneAndTheKeyStandsWhenItIsCleared) {
@@ -76,15 +75,10 @@ TEST(AssetRelay, AHostCallbackDecidesAloneAndTheKeyStandsWhenItIsCleared) {
   int a = 0;
   int b = 0;
   RepresentationDescriptor descriptor{"volumetric/mesh", "B"};
-  hostAnswer = true;
   EXPECT_TRUE(StaticHandler_OnAssetSelectRepresentation(&descriptor, 11, &a, -12, &b));
-  EXPECT_EQ(selected.descriptor, &descriptor);
-  EXPECT_EQ(selected.values[0], 11);
-  EXPECT_EQ(selected.pointers[0], &a);
-  EXPECT_EQ(selected.values[1], -12);
-  EXPECT_EQ(selected.pointers[1], &b);
+  EXPECT_EQ(selected.pointers, (std::vector<void*>{&descriptor, &a, &b}));
+  EXPECT_EQ(selected.values, (std::vector<int32_t>{11, -12}));
   EXPECT_TRUE(selected.othersLockedOut) << "the host decides under the bridge mutex";
-  hostAnswer = false;
   EXPECT_FALSE(Offer("video/mp4", "A"));
   EXPECT_EQ(selected.calls, 2);
   EXPECT_EQ(ChosenSelectionKey(), "A");  // neither read nor written while the host decides
@@ -106,13 +100,12 @@ TEST(AssetRelay, EventsReachTheHostUnchangedUnderTheMutexOrAreLost) {
   StaticHandler_OnAssetInitialised(-3, &p[1]);
   StaticHandler_OnAssetRepresentationDataReceived(&p[0], &p[1], &p[2], 42, &p[3], 0.25f);
   EXPECT_EQ(initialised.calls, 1);
-  EXPECT_EQ(initialised.values[0], -3);
-  EXPECT_EQ(initialised.pointers[0], &p[1]);
+  EXPECT_EQ(initialised.values, std::vector<int32_t>{-3});
+  EXPECT_EQ(initialised.pointers, std::vector<void*>{&p[1]});
   EXPECT_EQ(Map_GetValue("from-callback"), -3);
   EXPECT_EQ(data.calls, 1);
-  for (int i = 0; i < 4; ++i)
-    EXPECT_EQ(data.pointers[i], &p[i]) << i;
-  EXPECT_EQ(data.values[0], 42);
+  EXPECT_EQ(data.pointers, (std::vector<void*>{&p[0], &p[1], &p[2], &p[3]}));
+  EXPECT_EQ(data.values, std::vector<int32_t>{42});
   EXPECT_EQ(data.amount, 0.25f);
   EXPECT_TRUE(initialised.othersLockedOut && data.othersLockedOut) << "callbacks run under the bridge mutex";
   Callback_Set_OnAssetInitialised(nullptr);

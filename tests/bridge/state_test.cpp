@@ -29,11 +29,17 @@ class InterfaceShutdown : public ::testing::Test {
   void TearDown() override { ResetSceneObjectsAndShutdown(); }
 };
 
-TEST_F(InterfaceShutdown, WithNoObjectsAndNoCallbackNothingIsRemembered) {
-  Trigger_InterfaceShutdown();
+TEST_F(InterfaceShutdown, WithoutACallbackToCallTheRequestIsForgotten) {
+  Trigger_InterfaceShutdown();  // no objects and no callback
   EXPECT_FALSE(InterfaceShutdownPending());
-  Scene_Objects_Add(1, "a", "t");
   SetFunc_InterfaceShutdown(&CountShutdown);
+  Scene_Objects_Add(1, "a", "t");
+  Trigger_InterfaceShutdown();
+  SetFunc_InterfaceShutdown(nullptr);  // cleared while pending: the last removal only clears the flag
+  Scene_Objects_Remove(1);
+  EXPECT_FALSE(InterfaceShutdownPending());
+  SetFunc_InterfaceShutdown(&CountShutdown);
+  Scene_Objects_Add(1, "a", "t");
   Scene_Objects_Remove(1);
   EXPECT_EQ(shutdownCalls, 0);
 }
@@ -57,26 +63,6 @@ TEST_F(InterfaceShutdown, WaitsForTheLastRemovalAndCallsTheCallbackStoredThen) {
   EXPECT_FALSE(InterfaceShutdownPending());
   Scene_Objects_Remove(3);  // the shutdown is complete: no second call
   EXPECT_EQ(shutdownCalls, 1);
-}
-
-TEST_F(InterfaceShutdown, ClearingTheCallbackWhilePendingOnlyClearsTheFlag) {
-  SetFunc_InterfaceShutdown(&CountShutdown);
-  Scene_Objects_Add(1, "a", "t");
-  Trigger_InterfaceShutdown();
-  SetFunc_InterfaceShutdown(nullptr);
-  Scene_Objects_Remove(1);
-  EXPECT_FALSE(InterfaceShutdownPending());
-  SetFunc_InterfaceShutdown(&CountShutdown);
-  Scene_Objects_Add(1, "a", "t");
-  Scene_Objects_Remove(1);
-  EXPECT_EQ(shutdownCalls, 0);
-}
-
-TEST_F(InterfaceShutdown, TheCallbackMayCallBackIntoTheLibrary) {
-  SetFunc_InterfaceShutdown([] { Scene_Objects_Add(99, "late", "added from the callback"); });
-  Trigger_InterfaceShutdown();
-  EXPECT_EQ(Scene_Objects_GetCount(), 1);
-  EXPECT_TRUE(BridgeMutexFreeForOthers());
 }
 
 TEST(BridgeMutex, EachLockNeedsItsOwnUnlockFromItsHolder) {
