@@ -100,12 +100,15 @@ TEST(BridgeAllocationFailure, LogBufferAddLeavesTheQueueAsItWas) {
   // Enough entries for the queue to take new blocks, and a larger index of them, at some of the adds.
   std::vector<std::string> texts;
   std::size_t failures = 0;
+  const void* front = nullptr;  // where the first entry's text is
   for (int i = 0; i < 200; ++i) {
     texts.push_back(LongText("entry", i));
     failures += SweepTableCall([&] { LogBuffer_Add(i, texts[i].c_str()); }, {});
     ASSERT_FALSE(HasFailure()) << "entry " << i;
+    if (i == 0) front = LogBuffer_Get()->message;
   }
   EXPECT_GT(failures, texts.size());  // each add copies its text; some also took a block of the queue
+  EXPECT_EQ(LogBuffer_Get()->message, front) << "the front text moved while others were added";
   // Exactly the entries added, once each and in order.
   for (int i = 0; i < 200; ++i) {
     const LogBufferView* view = LogBuffer_Get();
@@ -180,13 +183,8 @@ std::size_t SweepQueue(bool heap, int32_t probeId, int32_t expectedId) {
 TEST(BridgeAllocationFailure, RenderEventQueueLeavesTheSlotsAsTheyWere) {
   FreeAllRenderEventSlots();
   const int32_t base = kRenderEventIdBase;
-  // Every slot pending from here on: the free ones are filled first.
-  for (int32_t i = RenderEventSlotCount(); i > 0; --i)
-    QueueFiller();
-  // The table's capacity: the smallest of 64, 128, 256, ... that holds what it has.
+  ASSERT_EQ(RenderEventSlotCount(), 0) << "the table is first used here, so its capacity is 64";
   int32_t capacity = 64;
-  while (capacity < RenderEventSlotCount())
-    capacity *= 2;
   // Both ways of queueing meet a full table, in turn, at a larger capacity each time; the last, at 4096
   // slots, also makes the index of free slots one level taller.
   for (bool heap = false; capacity <= 4096; heap = !heap, capacity *= 2) {
