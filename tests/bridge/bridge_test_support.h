@@ -39,7 +39,7 @@ void ExpectNullTextError(Call call) {
 // Empties the scene object registry and the pending shutdown, and clears the shutdown callback.
 inline void ResetSceneObjectsAndShutdown() {
   SetFunc_InterfaceShutdown(nullptr);
-  while (Scene_Objects_GetCount() > 0)
+  for (int32_t left = Scene_Objects_GetCount(); left > 0; --left)  // bounded, should removal fail
     Scene_Objects_Remove(Scene_Objects_GetHandleAtIndex(0));
   Scene_Objects_Remove(0);  // on an empty registry this clears a pending shutdown
 }

@@ -10,9 +10,6 @@
 namespace quorl {
 namespace {
 
-using testing::BridgeMutexFreeForOthers;
-using testing::ExpectNullTextError;
-
 class SceneObjects : public ::testing::Test {
  protected:
   void SetUp() override { testing::ResetSceneObjectsAndShutdown(); }
@@ -34,14 +31,8 @@ TEST_F(SceneObjects, RemovingAHandleRemovesEveryRecordWithItAndKeepsTheOrder) {
   Scene_Objects_Remove(1);
   EXPECT_EQ(Scene_Objects_GetCount(), 1);
   EXPECT_EQ(Scene_Objects_GetHandleAtIndex(0), 3);
-}
-
-TEST_F(SceneObjects, IndexOutsideTheRecordsGivesZero) {
-  Scene_Objects_Add(8, "only", "t");
-  EXPECT_EQ(Scene_Objects_GetHandleAtIndex(0), 8);
-  EXPECT_EQ(Scene_Objects_GetHandleAtIndex(1), 0);
-  EXPECT_EQ(Scene_Objects_GetHandleAtIndex(-1), 0);
-  EXPECT_EQ(Scene_Objects_GetHandleAtIndex(INT32_MIN), 0);
+  for (int32_t outside : {1, -1, INT32_MIN})
+    EXPECT_EQ(Scene_Objects_GetHandleAtIndex(outside), 0) << outside;
 }
 
 TEST_F(SceneObjects, LookUpByNameIsExactAndTheFirstMatchWins) {
@@ -49,63 +40,41 @@ TEST_F(SceneObjects, LookUpByNameIsExactAndTheFirstMatchWins) {
   Scene_Objects_Add(5, "camera", "t");
   Scene_Objects_Add(6, "camera", "t");
   Scene_Objects_Add(7, "", "t");
+  Scene_Objects_Add(0, "zero", "t");  // handle 0 is stored like any other
   EXPECT_EQ(Scene_Objects_GetHandleFromName("camera"), 5);
   EXPECT_EQ(Scene_Objects_GetHandleFromName("Camera"), 4);
   EXPECT_EQ(Scene_Objects_GetHandleFromName("camera "), 0);
   EXPECT_EQ(Scene_Objects_GetHandleFromName("cam"), 0);
   EXPECT_EQ(Scene_Objects_GetHandleFromName(""), 7);
-}
-
-TEST_F(SceneObjects, TextsAreCopiedIntoTheBufferAndCutToFit) {
-  Scene_Objects_Add(3, "abc", "volume");
-  char buffer[8];
-  std::memset(buffer, 'x', sizeof buffer);
-  EXPECT_TRUE(Scene_Objects_GetNameFromHandle(3, buffer, 4));
-  EXPECT_STREQ(buffer, "abc");
-  EXPECT_EQ(buffer[4], 'x');  // nothing beyond the given size is touched
-
-  std::memset(buffer, 'x', sizeof buffer);
-  EXPECT_FALSE(Scene_Objects_GetNameFromHandle(3, buffer, 3));
-  EXPECT_STREQ(buffer, "ab");
-
-  std::memset(buffer, 'x', sizeof buffer);
-  EXPECT_TRUE(Scene_Objects_GetTypeFromHandle(3, buffer, 8));
-  EXPECT_EQ(std::string(buffer, 8), std::string("volume\0\0", 8));  // the whole size is zeroed first
-
-  std::memset(buffer, 'x', sizeof buffer);
-  EXPECT_FALSE(Scene_Objects_GetNameFromHandle(4, buffer, 8));
-  EXPECT_EQ(std::string(buffer, 8), "xxxxxxxx");  // unknown handle: untouched
-}
-
-TEST_F(SceneObjects, ABufferSizeOfZeroWritesOneZeroBeforeTheBuffer) {
-  Scene_Objects_Add(3, "abc", "t");
-  char buffer[4] = {'x', 'x', 'x', 'x'};
-  EXPECT_FALSE(Scene_Objects_GetNameFromHandle(3, buffer + 1, 0));
-  EXPECT_EQ(buffer[0], '\0');
-  EXPECT_EQ(buffer[1], 'x');
-}
-
-TEST_F(SceneObjects, NullTextsRaiseAndChangeNothing) {
-  Scene_Objects_Add(1, "kept", "t");
-  ExpectNullTextError([] { Scene_Objects_Add(2, nullptr, "t"); });
-  ExpectNullTextError([] { Scene_Objects_Add(2, "name", nullptr); });
-  EXPECT_EQ(Scene_Objects_GetCount(), 1);
-  EXPECT_TRUE(BridgeMutexFreeForOthers());
-  ExpectNullTextError([] { Scene_Objects_GetHandleFromName(nullptr); });
-  EXPECT_TRUE(BridgeMutexFreeForOthers());
-}
-
-TEST_F(SceneObjects, NullNameOnAnEmptyRegistryFindsNothingWithoutRaising) {
-  EXPECT_EQ(Scene_Objects_GetHandleFromName(nullptr), 0);
-}
-
-TEST_F(SceneObjects, HandleZeroIsStoredLikeAnyOther) {
-  Scene_Objects_Add(0, "zero", "t");
-  EXPECT_EQ(Scene_Objects_GetCount(), 1);
-  EXPECT_EQ(Scene_Objects_GetHandleFromName("zero"), 0);
   char buffer[8];
   EXPECT_TRUE(Scene_Objects_GetNameFromHandle(0, buffer, 8));
   EXPECT_STREQ(buffer, "zero");
+}
+
+// The whole given size is zeroed, the text copied, and the last byte made zero whatever was copied, so
+// a text of exactly the buffer's size loses its last character; true only when the whole text fit.
+TEST_F(SceneObjects, TextsAreCopiedIntoTheBufferAndCutToFit) {
+  Scene_Objects_Add(3, "abc", "volume");
+  const struct {
+    bool type;
+    int32_t handle;
+    int32_t size;
+    bool fit;
+    const char* bytes;  // all ten bytes of a buffer of 'x', of which the call gets the tail from byte 1
+  } cases[] = {
+      {false, 3, 4, true, "xabc\0xxxxx"},  {false, 3, 3, false, "xab\0xxxxxx"},
+      {true, 3, 8, true, "xvolume\0\0x"},  {true, 3, 6, false, "xvolum\0xxx"},
+      {false, 4, 8, false, "xxxxxxxxxx"},   // unknown handle: untouched
+      {false, 3, 0, false, "\0xxxxxxxxx"},  // size 0: one zero just before the buffer
+  };
+  for (const auto& c : cases) {
+    char buffer[10];
+    std::memset(buffer, 'x', sizeof buffer);
+    const bool fit = c.type ? Scene_Objects_GetTypeFromHandle(c.handle, buffer + 1, c.size)
+                            : Scene_Objects_GetNameFromHandle(c.handle, buffer + 1, c.size);
+    EXPECT_EQ(fit, c.fit) << c.handle << " " << c.size;
+    EXPECT_EQ(std::string(buffer, 10), std::string(c.bytes, 10)) << c.handle << " " << c.size;
+  }
 }
 
 }  // namespace
