@@ -4,6 +4,8 @@
 #include <sys/sysinfo.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <limits>
 #include <string>
 #include <vector>
@@ -57,6 +59,13 @@ TEST(SleepRequest, SplitsIntoSecondsAndLessThanASecond) {
     EXPECT_EQ(request.tv_sec, c[1]) << c[0];
     EXPECT_EQ(request.tv_nsec, c[2]) << c[0];
   }
+  const auto before = std::chrono::system_clock::now();
+  SleepNanoseconds(-1);  // returns at once, as does 0
+  SleepNanoseconds(1000000);
+  const auto now = ClockNow();
+  EXPECT_GE(now - before, std::chrono::milliseconds(1));
+  EXPECT_LE(now, std::chrono::system_clock::now());
+  EXPECT_EQ(RuntimePlaceholder1() + RuntimePlaceholder2() + RuntimePlaceholder3(), 0);
 }
 
 std::string Text(const ByteBuffer& buffer) {
@@ -139,6 +148,18 @@ TEST(WorkerThread, MoveAndSwapHandOverTheThreadAndTheBody) {
   target.Run();  // the body came along
   EXPECT_EQ(calls, 2);
   EXPECT_TRUE(target.Join());
+}
+
+// The native id is the thread that ran the body; once detached, there is nothing left to join.
+TEST(WorkerThread, NativeIdNamesTheBodysThreadAndDetachLetsItGo) {
+  std::atomic<pthread_t> ran{};
+  WorkerThread worker;
+  worker.Start([&] { ran = pthread_self(); });
+  AwaitFinish(worker);
+  EXPECT_TRUE(pthread_equal(worker.NativeId(), ran.load()));
+  worker.Detach();
+  EXPECT_FALSE(worker.Finished());
+  EXPECT_FALSE(worker.Join());
 }
 
 }  // namespace
