@@ -79,6 +79,27 @@ TEST_F(DirectoryOperations, CreateReturnsFalseExactlyWhenSomethingWasCreated) {
   EXPECT_TRUE(At(IsDirectory, "w/v"));
 }
 
+// A first element holding a drive colon is kept as it stands and never made, so the rest lands below it,
+// relative to the working directory. A leading "//" keeps "//" and the first element, and a path with both skips its second.
+TEST_F(DirectoryOperations, ADriveElementOrALeadingDoubleSlashStartsThePath) {
+  EXPECT_FALSE(CreateDirectories(("/" + temp + "/n/m").c_str()));
+  EXPECT_TRUE(At(IsDirectory, "n/m"));
+  char saved[4096];
+  ASSERT_NE(getcwd(saved, sizeof saved), nullptr);
+  ASSERT_EQ(mkdir(Path("d:").c_str(), 0775), 0);
+  ASSERT_EQ(chdir(temp.c_str()), 0);
+  const bool missingDrive = CreateDirectories("x:/y");
+  const bool drive = CreateDirectories("d:/e/f");
+  const bool both = CreateDirectories("//g:/skipped/h");  // "//g:" then "/h": below the root
+  ASSERT_EQ(chdir(saved), 0);
+  EXPECT_TRUE(missingDrive);
+  EXPECT_FALSE(At(IsDirectory, "x:"));
+  EXPECT_FALSE(drive);
+  EXPECT_TRUE(At(IsDirectory, "d:/e/f"));
+  EXPECT_TRUE(both);  // "//g:" does not exist, so no mkdir succeeded
+  EXPECT_FALSE(At(IsDirectory, "g:") || At(IsDirectory, "skipped"));
+}
+
 TEST_F(DirectoryOperations, ListingsSkipHiddenEntriesAndSeparateDirectoriesFromFiles) {
   MakeDirectory("sub");
   MakeDirectory("x.png");
