@@ -80,7 +80,8 @@ TEST_F(DirectoryOperations, CreateReturnsFalseExactlyWhenSomethingWasCreated) {
 }
 
 // A first element holding a drive colon is kept as it stands and never made, so the rest lands below it,
-// relative to the working directory. A leading "//" keeps "//" and the first element, and a path with both skips its second.
+// relative to the working directory. A leading "//" keeps "//" and the first element, and a path with
+// both skips its second.
 TEST_F(DirectoryOperations, ADriveElementOrALeadingDoubleSlashStartsThePath) {
   EXPECT_FALSE(CreateDirectories(("/" + temp + "/n/m").c_str()));
   EXPECT_TRUE(At(IsDirectory, "n/m"));
