@@ -6,7 +6,7 @@
 #define QUORL_BRIDGE_EXPORT_NAMES_H_
 
 // The 35 exported names, in the order of the public header; X is applied to each.
-#define QUORL_FOR_EACH_EXPORT(X)                \
+#define QUORL_FOR_EACH_EXPORT(X)                     \
   X(Lock)                                            \
   X(Unlock)                                          \
   X(GetUnityRenderDevice)                            \
