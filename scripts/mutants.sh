@@ -9,8 +9,8 @@
 #     --runs N       plant every fault at least N times
 #     --list         print the faults and stop
 # Ends with "N killed, M survived of T" and exits 1 if any survived (or was caught only sometimes) and 2
-# if a fault no longer applies to the code or does not build. Not part of CI: it takes about a minute a
-# fault. Run it after changing tests or the code under them, and before trimming tests.
+# if a fault no longer applies to the code or does not build. Not part of CI: the whole list takes about half
+# an hour. Run it after changing tests or the code under them, and before trimming tests.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 top=$PWD
