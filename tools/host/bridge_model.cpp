@@ -1,10 +1,11 @@
 #include "bridge_model.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "support/error_texts.h"
 
 namespace quorl::host {
 
@@ -44,24 +45,6 @@ void OnShutdown() {
   }
 }
 const QuorlShutdownCallback kShutdownCallbacks[3] = {nullptr, &OnShutdown<kFirst>, &OnShutdown<kSecond>};
-
-struct ErrorText {
-  int32_t code;
-  const char* text;
-};
-const ErrorText kErrorTexts[] = {
-    {0, "Success"},
-    {1, "Unknown Error"},
-    {200, "Failed to download manifest from remote server or find cached copy"},
-    {201, "Failed to parse manifest"},
-    {202, "Failed to download representation from remote server or find cached copy"},
-    {203, "Failed to load representation for playback"},
-    {204, "Failed to find a valid decoder for the loaded representation"},
-    {205, "Cached copy not valid for offline playback"},
-    {-1, ""},
-    {206, ""},
-    {INT_MIN, ""},
-    {INT_MAX, ""}};
 
 // Enough to keep the pollers busy without letting an unpolled buffer eat the machine.
 constexpr int64_t kMaxUndelivered = 200000;
@@ -197,7 +180,7 @@ void CheckConstants(ThreadContext& context, bool all) {
     EXPECT(context, kErrorText, text != nullptr && std::strcmp(text, expected) == 0,
            "QuorlError_ToString(%d): expected \"%s\", saw \"%s\"", code, expected, text ? text : "(null)");
   };
-  for (const ErrorText& entry : kErrorTexts) {
+  for (const expected::ErrorText& entry : expected::kErrorTexts) {
     if (all || context.random.OneIn(6)) expectText(entry.code, entry.text);
   }
   expectText(207 + context.random.Below(100000), "");
