@@ -20,8 +20,8 @@ const char* const kMediaTypes[] = {
     "volumetric",       "volumetric/",
     "Volumetric/mesh",  "",
     "volumetricmesh/x", "volumetric/a media type longer than any small-text buffer"};
-const char* const kKeys[] = {"high", "medium", "low",
-                             "",     "low ",   "a selection key longer than any small-text buffer"};
+const char* const kKeys[] = {
+    "high", "medium", "low", "", "low ", "a selection key longer than any small-text buffer", "High"};
 // The named integer that holds the representation an asset streams, while it streams.
 std::string RepresentationKey(int asset) {
   return "asset." + std::to_string(asset) + ".representation";
@@ -84,10 +84,29 @@ void PlaybackRole::Drain() {
 // In a session nobody changes the callbacks during a frame; in a soak only Lock keeps them still.
 bool PlaybackRole::Relay(RelayEvent& event) {
   if (session_ != nullptr) return Deliver(context_, event, true, &policyKey_);
-  if (context_.random.OneIn(2)) return Deliver(context_, event, false, &policyKey_);
+  // A soak hands the relay any values and addresses (null among them), which it must pass on untouched;
+  // the event keeps its own afterwards.
+  Random& random = context_.random;
+  const RelayEvent own = event;
+  if (random.OneIn(2)) {
+    // Of the values and addresses, each kind of event carries the first one, two and four.
+    const int carried = event.kind == kInitialised ? 1 : event.kind == kSelect ? 2 : 4;
+    event.value0 = random.AnyInt();
+    if (event.kind == kSelect) event.value1 = random.AnyInt();
+    for (int i = 0; i < carried; ++i) {
+      event.pointers[i] =
+          random.OneIn(8) ? nullptr : reinterpret_cast<void*>(static_cast<uintptr_t>(random.Next()));
+    }
+  }
   bool answer = false;
-  UnderLock(context_, context_.random.OneIn(4),
-            [&] { answer = Deliver(context_, event, true, &policyKey_); });
+  if (random.OneIn(2)) {
+    answer = Deliver(context_, event, false, &policyKey_);
+  } else {
+    UnderLock(context_, random.OneIn(4), [&] { answer = Deliver(context_, event, true, &policyKey_); });
+  }
+  event.value0 = own.value0;
+  event.value1 = own.value1;
+  std::copy(std::begin(own.pointers), std::end(own.pointers), std::begin(event.pointers));
   return answer;
 }
 
@@ -110,7 +129,7 @@ void PlaybackRole::StartAsset(int phase) {
     const bool soak = session_ == nullptr;
     for (int i = 3 + random.Below(3); i > 0; --i)
       asset.offers.push_back(
-          {kMediaTypes[random.Below(soak ? 10 : 5)], kKeys[random.Below(soak ? 6 : 4)], {}});
+          {kMediaTypes[random.Below(soak ? 10 : 5)], kKeys[random.Below(soak ? 7 : 4)], {}});
   }
   for (Offer& offer : asset.offers)
     offer.descriptor = RepresentationDescriptor{offer.mediaType.c_str(), offer.selectionKey.c_str()};

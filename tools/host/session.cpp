@@ -152,6 +152,14 @@ bool RunSession(const BridgeApi& api, const Options& options) {
   UnderLock(main, false, [&] {
     for (const char* key : {"render.queuedByScripts", "scene.spawned", "engine.frame"})
       CheckKey(main, Check::kSharedModel, model.sharedKeys, key);
+    // The model follows what each script read under Lock; the scripts' own counts tell whether an
+    // increment was lost between two of them.
+    const int32_t queuedKey = CALL(main, Map_GetValue)("render.queuedByScripts");
+    const int32_t spawnedKey = CALL(main, Map_GetValue)("scene.spawned");
+    EXPECT(main, kSharedModel, queuedKey == total(&ScriptRole::queued) && spawnedKey == spawned,
+           "the scripts queued %lld events and added %lld objects, the shared keys count %d and %d",
+           static_cast<long long>(total(&ScriptRole::queued)), static_cast<long long>(spawned), queuedKey,
+           spawnedKey);
     const int32_t remaining = CALL(main, Scene_Objects_GetCount)();
     EXPECT(main, kShutdown,
            model.callsInRemove == 1 && model.callsInTrigger == 0 && remaining == 0 &&
