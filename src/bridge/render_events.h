@@ -48,11 +48,18 @@ class FrameContextScope final {
   virtual ~FrameContextScope() = default;
 };
 
+namespace render_events_internal {
+struct ScopeBlock;
+}
+
 // Fills `context` (structSize 24, the rest zero) and returns a new scope. `x` is accepted and not read.
-// Each thread keeps one block for a scope and its counts, so the scope of a frame-context call costs no
-// allocation; a scope made while the thread's block is in use (a render function that fires another
-// frame-context event itself) is allocated. The shared pointer must not leave the thread that made it.
+// The scope and its counts are made in `block` while that block is free, so a scope costs no
+// allocation: the wrappers below pass a block in their own frame, which outlives the scope they make;
+// without one, the calling thread's block is used. A scope made while its block is in use is allocated.
+// The shared pointer must not outlive the block, nor leave the thread that made it.
 inline std::shared_ptr<FrameContextScope> PrepareFrameContext(FrameContext& context, void* x);
+inline std::shared_ptr<FrameContextScope> PrepareFrameContext(FrameContext& context, void* x,
+                                                              render_events_internal::ScopeBlock& block);
 
 // Calls `fn` with the integers and a FrameContext that lives in this call's frame, under a new scope
 // that is released when `fn` returns or throws. `y` is accepted and not used.
@@ -99,8 +106,10 @@ extern RenderEventSlots renderEventSlots;
 // taken by value so that the caller's closure never has its address taken.
 int32_t AppendRenderEvent(RenderEventClosure closure);
 
-// A thread's block for the scope of the frame-context call that runs on it. Plain thread-local data,
-// zero-initialised: nothing to free when the thread ends.
+// Room for one frame-context scope and its counts. A wrapper keeps one in its frame, since the scope it
+// makes lives exactly as long as the call (no thread-local look-up, which a library loaded at run time
+// pays for with a call), and marks it free; the thread-local one serves PrepareFrameContext without a
+// block. Plain data, zero-initialised as a thread-local: nothing to free when the thread ends.
 constexpr std::size_t kScopeBlockSize = 64;
 struct ScopeBlock {
   alignas(std::max_align_t) unsigned char bytes[kScopeBlockSize];
@@ -178,10 +187,11 @@ inline int32_t QueueRenderEvent(const RenderEventClosure& closure) {
   return kRenderEventIdBase + static_cast<int32_t>(lowest);
 }
 
-inline std::shared_ptr<FrameContextScope> PrepareFrameContext(FrameContext& context, void* /*x*/) {
+inline std::shared_ptr<FrameContextScope> PrepareFrameContext(FrameContext& context, void* /*x*/,
+                                                              render_events_internal::ScopeBlock& block) {
   using render_events_internal::ScopeBlockAllocator;
-  std::shared_ptr<FrameContextScope> scope = std::allocate_shared<FrameContextScope>(
-      ScopeBlockAllocator<FrameContextScope>(render_events_internal::scopeBlock));
+  std::shared_ptr<FrameContextScope> scope =
+      std::allocate_shared<FrameContextScope>(ScopeBlockAllocator<FrameContextScope>(block));
   context.structSize = 24;
   context.reserved0 = 0;
   context.reserved1 = 0;
@@ -189,17 +199,26 @@ inline std::shared_ptr<FrameContextScope> PrepareFrameContext(FrameContext& cont
   return scope;
 }
 
+inline std::shared_ptr<FrameContextScope> PrepareFrameContext(FrameContext& context, void* x) {
+  return PrepareFrameContext(context, x, render_events_internal::scopeBlock);
+}
+
+// The block is declared before the scope, so it outlives it also when `fn` throws.
 inline void RunWithFrameContextI(QuorlRenderFnFrameContextI fn, int32_t a, void* x, void* /*y*/) {
+  render_events_internal::ScopeBlock block;
+  block.inUse = false;
   FrameContext context;
-  std::shared_ptr<FrameContextScope> scope = PrepareFrameContext(context, x);
+  std::shared_ptr<FrameContextScope> scope = PrepareFrameContext(context, x, block);
   fn(a, &context);
   scope.reset();
 }
 
 inline void RunWithFrameContextIII(QuorlRenderFnFrameContextIII fn, int32_t a, int32_t b, int32_t c, void* x,
                                    void* /*y*/) {
+  render_events_internal::ScopeBlock block;
+  block.inUse = false;
   FrameContext context;
-  std::shared_ptr<FrameContextScope> scope = PrepareFrameContext(context, x);
+  std::shared_ptr<FrameContextScope> scope = PrepareFrameContext(context, x, block);
   fn(a, b, c, &context);
   scope.reset();
 }
