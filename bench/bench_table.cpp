@@ -163,15 +163,25 @@ void RenderSection(double floor) {
         *std::max_element(ours.begin(), ours.end()) / *std::min_element(ours.begin(), ours.end());
     const double allocs = *std::max_element(oursAllocs.begin(), oursAllocs.end());
     const double floorLimit = plain ? 3.5 : 4.5;
+    // What the shape itself costs: a library that only takes the two lock pairs and makes the call.
+    const std::string least = std::string("render/") + shape + "/two_lock_pairs/0";
+    const double leastNs = Get(least + ".ns");
+    std::vector<double> versusLeast;
+    for (double value : ours)
+      versusLeast.push_back(value / leastNs);
     Row("ours, ns", ours, 1);
     Row("straightforward, ns", reference, 1);
     Row("ours / straightforward", versusReference, 3, "<= 1.0", Verdict(worstReference, 1.0));
     Row("ours / floor", versusFloor, 2, plain ? "<= 3.5" : "<= 4.5", Verdict(worstFloor, floorLimit));
+    Row("two lock pairs alone, ns", {leastNs}, 1);
+    Row("two lock pairs alone / floor", {leastNs / floor}, 2);
+    Row("ours / two lock pairs alone", versusLeast, 2);
     Row("ours, slowest / fastest count", {flat}, 3, "<= 1.15", Verdict(flat, 1.15));
     Row("ours, allocations", oursAllocs, 2, "0", Verdict(allocs, 0.0));
     Row("straightforward, allocations", referenceAllocs, 2);
     Row("ours, instructions", oursInstructions, 1);
     Row("straightforward, instructions", referenceInstructions, 1);
+    Row("two lock pairs alone, instructions", {Instructions(least)}, 1);
   }
 }
 

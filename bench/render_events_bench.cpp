@@ -1,7 +1,8 @@
 // The render-event path, the one that runs every frame, measured the way the engine meets it: through
 // the exports of a shared library loaded with dlopen. Two libraries are loaded side by side and called
-// through the same function pointers: libQuorlBridge.so and the straightforward table of
-// bench/reference/, built as a shared library with the same flags. Neither is compiled into this program.
+// through the same function pointers: libQuorlBridge.so, the straightforward table of bench/reference/,
+// built as a shared library with the same flags, and beside them, with nothing pending, a library that
+// does nothing but the two lock pairs and the call. None is compiled into this program.
 //
 // A round trip is one queue call and the UnityRenderEvent that fires it, in three shapes: plain
 // (QueueGLEventI), and frame-context with three integers or one. Each is measured with 0, 100, 10,000 and
@@ -9,8 +10,8 @@
 // replaced global operator new below, which the loaded libraries bind to as well). The floor is one
 // uncontended std::mutex lock/unlock pair, measured before each pending count.
 //
-// QUORL_BENCH_LIBRARY and QUORL_BENCH_STRAIGHTFORWARD name other builds of the two libraries, e.g. an
-// older libQuorlBridge.so for a before-and-after comparison.
+// QUORL_BENCH_LIBRARY, QUORL_BENCH_STRAIGHTFORWARD and QUORL_BENCH_TWO_LOCK_PAIRS name other builds of
+// the libraries, e.g. an older libQuorlBridge.so for a before-and-after comparison.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
@@ -93,6 +94,13 @@ RenderLibrary& Straightforward() {
       Load("straightforward", "QUORL_BENCH_STRAIGHTFORWARD", QUORL_BENCH_STRAIGHTFORWARD_PATH);
   return library;
 }
+// Two lock pairs and the call, nothing else: what the shape itself costs. It holds one event at a time,
+// so it is measured with nothing pending.
+RenderLibrary& TwoLockPairs() {
+  static RenderLibrary library =
+      Load("two_lock_pairs", "QUORL_BENCH_TWO_LOCK_PAIRS", QUORL_BENCH_TWO_LOCK_PAIRS_PATH);
+  return library;
+}
 
 int sink = 0;
 void Plain(int32_t a) {
@@ -165,7 +173,8 @@ void RegisterShape(RenderLibrary& library, int pending) {
 void RegisterAll() {
   for (const int pending : kPendingCounts) {
     benchmark::RegisterBenchmark("floor", &BM_LockUnlockFloor);
-    for (RenderLibrary* library : {&Ours(), &Straightforward()}) {
+    for (RenderLibrary* library : {&Ours(), &Straightforward(), &TwoLockPairs()}) {
+      if (library == &TwoLockPairs() && pending != 0) continue;
       RegisterShape<Shape::kPlain>(*library, pending);
       RegisterShape<Shape::kFrameContextIII>(*library, pending);
       RegisterShape<Shape::kFrameContextI>(*library, pending);
@@ -198,8 +207,9 @@ void CountAll() {
     }
   });
   for (const int pending : kPendingCounts) {
-    for (RenderLibrary* library : {&Ours(), &Straightforward()}) {
+    for (RenderLibrary* library : {&Ours(), &Straightforward(), &TwoLockPairs()}) {
       if (library == &Straightforward() && pending > 100) continue;
+      if (library == &TwoLockPairs() && pending != 0) continue;
       if (!EnsurePending(*library, pending)) {
         std::fprintf(stderr, "render_events_bench: %s: pending events took unexpected slots\n",
                      library->label);
