@@ -31,25 +31,9 @@ void CpuIdQuery(uint32_t leaf, uint32_t subleaf, uint32_t out[4]) {
   out[3] = edx;
 }
 
-const CpuFeatures& CpuFeatures::instance() {
-  if (CpuFeatures* made = gCpuFeatures.load(std::memory_order_acquire)) return *made;
-  CpuFeatures* features = new CpuFeatures();  // value-initialised: every flag false
-
+CpuFeatures DecodeCpuFeatures(const uint32_t leaf1[4], const uint32_t leaf7[4], const uint32_t extended1[4]) {
   enum { EAX, EBX, ECX, EDX };
-  uint32_t regs[4];
-  CpuIdQuery(0, 0, regs);
-  const uint32_t highestStandard = regs[EAX];
-  CpuIdQuery(0x80000000u, 0, regs);
-  const uint32_t highestExtended = regs[EAX];
-
-  uint32_t leaf1[4] = {0, 0, 0, 0};
-  uint32_t leaf7[4] = {0, 0, 0, 0};
-  uint32_t extended1[4] = {0, 0, 0, 0};
-  if (highestStandard != 0) CpuIdQuery(1, 0, leaf1);
-  if (highestStandard > 6) CpuIdQuery(7, 0, leaf7);
-  if (highestExtended > 0x80000000u) CpuIdQuery(0x80000001u, 0, extended1);
-
-  CpuFeatures& f = *features;
+  CpuFeatures f{};  // every flag false
   f.MMX = Bit(leaf1[EDX], 23);
   f.x64 = Bit(extended1[EDX], 29);
   f.ABM = Bit(extended1[ECX], 5);
@@ -81,6 +65,26 @@ const CpuFeatures& CpuFeatures::instance() {
   f.AVX512DQ = Bit(leaf7[EBX], 17);
   f.AVX512IFMA = Bit(leaf7[EBX], 21);
   f.AVX512VBMI = Bit(leaf7[ECX], 1);
+  return f;
+}
+
+const CpuFeatures& CpuFeatures::instance() {
+  if (CpuFeatures* made = gCpuFeatures.load(std::memory_order_acquire)) return *made;
+
+  enum { EAX };
+  uint32_t regs[4];
+  CpuIdQuery(0, 0, regs);
+  const uint32_t highestStandard = regs[EAX];
+  CpuIdQuery(0x80000000u, 0, regs);
+  const uint32_t highestExtended = regs[EAX];
+
+  uint32_t leaf1[4] = {0, 0, 0, 0};
+  uint32_t leaf7[4] = {0, 0, 0, 0};
+  uint32_t extended1[4] = {0, 0, 0, 0};
+  if (highestStandard != 0) CpuIdQuery(1, 0, leaf1);
+  if (highestStandard > 6) CpuIdQuery(7, 0, leaf7);
+  if (highestExtended > 0x80000000u) CpuIdQuery(0x80000001u, 0, extended1);
+  CpuFeatures* features = new CpuFeatures(DecodeCpuFeatures(leaf1, leaf7, extended1));
 
   // Intended: no guard; a racing first caller's record is simply never freed.
   gCpuFeatures.store(features, std::memory_order_release);

@@ -59,6 +59,10 @@ struct CpuFeatures {
   static const CpuFeatures& instance();
 };
 
+// The flags that leaves 1 and 7 (subleaf 0) and extended leaf 0x80000001 give, each as EAX, EBX, ECX,
+// EDX; a leaf the processor lacks is passed as zeros.
+CpuFeatures DecodeCpuFeatures(const uint32_t leaf1[4], const uint32_t leaf7[4], const uint32_t extended1[4]);
+
 static_assert(sizeof(CpuFeatures) == 34, "CpuFeatures is 34 flags");
 
 }  // namespace quorl

@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
@@ -38,14 +39,74 @@ TEST(AlignedMemory, GivesAlignedBlocksAndNullForEveryFailure) {
   }
 }
 
+// Where each flag stands, from the processor manuals: the leaf (1, 7 or extended 1), the register (EAX,
+// EBX, ECX, EDX as 0 to 3) and the bit. Each bit set alone must raise its own flag and no other, so a
+// flag read from a neighbouring bit is caught whatever the processor running the test reports there.
+TEST(CpuFacts, EachFeatureBitRaisesItsOwnFlagAlone) {
+  enum Leaf { kLeaf1, kLeaf7, kExtended1 };
+  struct Place {
+    const char* name;
+    Leaf leaf;
+    int reg, bit;
+    bool CpuFeatures::*flag;
+  };
+  const Place places[] = {
+      {"MMX", kLeaf1, 3, 23, &CpuFeatures::MMX},
+      {"SSE", kLeaf1, 3, 25, &CpuFeatures::SSE},
+      {"SSE2", kLeaf1, 3, 26, &CpuFeatures::SSE2},
+      {"SSE3", kLeaf1, 2, 0, &CpuFeatures::SSE3},
+      {"SSSE3", kLeaf1, 2, 9, &CpuFeatures::SSSE3},
+      {"FMA3", kLeaf1, 2, 12, &CpuFeatures::FMA3},
+      {"SSE4.1", kLeaf1, 2, 19, &CpuFeatures::SSE41},
+      {"SSE4.2", kLeaf1, 2, 20, &CpuFeatures::SSE42},
+      {"AES", kLeaf1, 2, 25, &CpuFeatures::AES},
+      {"AVX", kLeaf1, 2, 28, &CpuFeatures::AVX},
+      {"RDRAND", kLeaf1, 2, 30, &CpuFeatures::RDRAND},
+      {"BMI1", kLeaf7, 1, 3, &CpuFeatures::BMI1},
+      {"AVX2", kLeaf7, 1, 5, &CpuFeatures::AVX2},
+      {"BMI2", kLeaf7, 1, 8, &CpuFeatures::BMI2},
+      {"AVX512F", kLeaf7, 1, 16, &CpuFeatures::AVX512F},
+      {"AVX512DQ", kLeaf7, 1, 17, &CpuFeatures::AVX512DQ},
+      {"ADX", kLeaf7, 1, 19, &CpuFeatures::ADX},
+      {"AVX512IFMA", kLeaf7, 1, 21, &CpuFeatures::AVX512IFMA},
+      {"AVX512PF", kLeaf7, 1, 26, &CpuFeatures::AVX512PF},
+      {"AVX512ER", kLeaf7, 1, 27, &CpuFeatures::AVX512ER},
+      {"AVX512CD", kLeaf7, 1, 28, &CpuFeatures::AVX512CD},
+      {"SHA", kLeaf7, 1, 29, &CpuFeatures::SHA},
+      {"AVX512BW", kLeaf7, 1, 30, &CpuFeatures::AVX512BW},
+      {"AVX512VL", kLeaf7, 1, 31, &CpuFeatures::AVX512VL},
+      {"PREFETCHWT1", kLeaf7, 2, 0, &CpuFeatures::PREFETCHWT1},
+      {"AVX512VBMI", kLeaf7, 2, 1, &CpuFeatures::AVX512VBMI},
+      {"ABM", kExtended1, 2, 5, &CpuFeatures::ABM},
+      {"SSE4a", kExtended1, 2, 6, &CpuFeatures::SSE4a},
+      {"XOP", kExtended1, 2, 11, &CpuFeatures::XOP},
+      {"FMA4", kExtended1, 2, 16, &CpuFeatures::FMA4},
+      {"x64", kExtended1, 3, 29, &CpuFeatures::x64},
+  };
+  const uint32_t none[4] = {0, 0, 0, 0};
+  const CpuFeatures nothing = DecodeCpuFeatures(none, none, none);
+  for (const Place& p : places)
+    EXPECT_FALSE(nothing.*p.flag) << p.name;
+  for (const Place& set : places) {
+    uint32_t leaves[3][4] = {};
+    leaves[set.leaf][set.reg] = uint32_t{1} << set.bit;
+    const CpuFeatures f = DecodeCpuFeatures(leaves[kLeaf1], leaves[kLeaf7], leaves[kExtended1]);
+    for (const Place& p : places)
+      EXPECT_EQ(f.*p.flag, &p == &set) << p.name << " with only the bit of " << set.name << " set";
+    EXPECT_FALSE(f.reserved1 || f.reserved2 || f.reserved3) << set.name;
+  }
+}
+
 TEST(CpuFacts, AgreeWithTheIdentificationQuery) {
   const CpuFeatures& features = CpuFeatures::instance();
   EXPECT_TRUE(features.x64 && features.SSE2);  // every x86-64 processor has them
-  uint32_t leaf1[4], leaf7[4];
+  // Every processor that runs the suite has leaves 7 and 0x80000001.
+  uint32_t leaf1[4], leaf7[4], extended1[4];
   CpuIdQuery(1, 0, leaf1);
   CpuIdQuery(7, 0, leaf7);
-  EXPECT_EQ(features.AVX, ((leaf1[2] >> 28) & 1u) != 0);
-  EXPECT_EQ(features.AVX2, ((leaf7[1] >> 5) & 1u) != 0);
+  CpuIdQuery(0x80000001u, 0, extended1);
+  const CpuFeatures live = DecodeCpuFeatures(leaf1, leaf7, extended1);
+  EXPECT_EQ(std::memcmp(&features, &live, sizeof live), 0);
   // The processors online, not those configured (which may include offline ones).
   EXPECT_EQ(CpuCount(), get_nprocs());
 }
