@@ -16,20 +16,21 @@ namespace {
 constexpr int32_t kIdBase = 16000;
 
 enum class Kind { kNone, kI, kContextI, kContextIII };
+using AnyFn = void (*)();
+
+// The one slot: what to call and with which integers.
+struct Call {
+  Kind kind;
+  AnyFn fn;
+  int32_t a, b, c;
+};
 
 std::mutex slotMutex;
-Kind kind = Kind::kNone;
-using AnyFn = void (*)();
-AnyFn function = nullptr;
-int32_t a = 0, b = 0, c = 0;
+Call slot{Kind::kNone, nullptr, 0, 0, 0};
 
-int32_t Store(Kind what, AnyFn fn, int32_t first, int32_t second, int32_t third) {
+int32_t Store(const Call& call) {
   std::lock_guard<std::mutex> lock(slotMutex);
-  kind = what;
-  function = fn;
-  a = first;
-  b = second;
-  c = third;
+  slot = call;
   return kIdBase;
 }
 
@@ -37,39 +38,34 @@ int32_t Store(Kind what, AnyFn fn, int32_t first, int32_t second, int32_t third)
 
 extern "C" {
 
-QUORL_EXPORT int32_t QueueGLEventI(QuorlRenderFnI fn, int32_t first) {
-  return Store(Kind::kI, reinterpret_cast<AnyFn>(fn), first, 0, 0);
+QUORL_EXPORT int32_t QueueGLEventI(QuorlRenderFnI fn, int32_t a) {
+  return Store({Kind::kI, reinterpret_cast<AnyFn>(fn), a, 0, 0});
 }
 
-QUORL_EXPORT int32_t QueueGLEventPrepFrameContextI(QuorlRenderFnFrameContextI fn, int32_t first, void*,
-                                                   void*) {
-  return Store(Kind::kContextI, reinterpret_cast<AnyFn>(fn), first, 0, 0);
+QUORL_EXPORT int32_t QueueGLEventPrepFrameContextI(QuorlRenderFnFrameContextI fn, int32_t a, void*, void*) {
+  return Store({Kind::kContextI, reinterpret_cast<AnyFn>(fn), a, 0, 0});
 }
 
-QUORL_EXPORT int32_t QueueGLEventPrepFrameContextIII(QuorlRenderFnFrameContextIII fn, int32_t first,
-                                                     int32_t second, int32_t third, void*, void*) {
-  return Store(Kind::kContextIII, reinterpret_cast<AnyFn>(fn), first, second, third);
+QUORL_EXPORT int32_t QueueGLEventPrepFrameContextIII(QuorlRenderFnFrameContextIII fn, int32_t a, int32_t b,
+                                                     int32_t c, void*, void*) {
+  return Store({Kind::kContextIII, reinterpret_cast<AnyFn>(fn), a, b, c});
 }
 
 QUORL_EXPORT void UnityRenderEvent(int32_t eventId) {
-  Kind what;
-  AnyFn fn;
-  int32_t first, second, third;
+  Call call;
   {
     std::lock_guard<std::mutex> lock(slotMutex);
-    what = kind;
-    fn = function;
-    first = a;
-    second = b;
-    third = c;
-    kind = Kind::kNone;
+    call = slot;
+    slot.kind = Kind::kNone;
   }
   if (eventId != kIdBase) return;
   FrameContext context{24, 0, 0, 0};
-  if (what == Kind::kI) reinterpret_cast<QuorlRenderFnI>(fn)(first);
-  if (what == Kind::kContextI) reinterpret_cast<QuorlRenderFnFrameContextI>(fn)(first, &context);
-  if (what == Kind::kContextIII) {
-    reinterpret_cast<QuorlRenderFnFrameContextIII>(fn)(first, second, third, &context);
+  if (call.kind == Kind::kI) reinterpret_cast<QuorlRenderFnI>(call.fn)(call.a);
+  if (call.kind == Kind::kContextI) {
+    reinterpret_cast<QuorlRenderFnFrameContextI>(call.fn)(call.a, &context);
+  }
+  if (call.kind == Kind::kContextIII) {
+    reinterpret_cast<QuorlRenderFnFrameContextIII>(call.fn)(call.a, call.b, call.c, &context);
   }
 }
 
