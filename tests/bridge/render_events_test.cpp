@@ -55,6 +55,29 @@ TEST_F(RenderEvents, ARunningFunctionMayQueueAndGetsItsOwnIdentifier) {
   EXPECT_EQ(calls, std::vector<int32_t>{77});
 }
 
+// Without a block of the caller's, a scope is made in the thread's block; one made while that block is
+// taken comes from the heap, and each frees its own storage. Every scope fills the record the same way.
+TEST(FrameContextScopes, ASecondScopeOfTheThreadBlockComesFromTheHeap) {
+  FrameContext first{7, 7, 7, 7};
+  FrameContext second{7, 7, 7, 7};
+  std::shared_ptr<FrameContextScope> outer = PrepareFrameContext(first, nullptr);
+  std::shared_ptr<FrameContextScope> inner = PrepareFrameContext(second, &second);
+  const auto* block = render_events_internal::scopeBlock.bytes;
+  const auto* end = block + render_events_internal::kScopeBlockSize;
+  auto inBlock = [&](const void* p) { return p >= block && p < end; };
+  EXPECT_TRUE(inBlock(outer.get()));
+  EXPECT_FALSE(inBlock(inner.get()));
+  for (const FrameContext& context : {first, second}) {
+    EXPECT_EQ(context.structSize, 24u);
+    EXPECT_EQ(context.reserved0 | context.reserved1 | context.reserved2, 0u);
+  }
+  outer.reset();
+  EXPECT_FALSE(render_events_internal::scopeBlock.inUse);
+  inner.reset();
+  outer = PrepareFrameContext(first, nullptr);  // the block is free again
+  EXPECT_TRUE(inBlock(outer.get()));
+}
+
 // The index against a set of free slots, under random taking and freeing while it grows through every
 // height: one word, then two, three and four levels. Freed slots leave stale summaries behind, and
 // growing rebuilds the summaries, so each search must still find the lowest free slot.
