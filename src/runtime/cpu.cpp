@@ -12,6 +12,9 @@ namespace {
 // Atomic only so that racing first callers stay free of a data race; there is deliberately no lock.
 std::atomic<CpuFeatures*> gCpuFeatures{nullptr};
 
+// The registers of an identification query, in the order CpuIdQuery writes them.
+enum { EAX, EBX, ECX, EDX };
+
 bool Bit(uint32_t word, int bit) {
   return ((word >> bit) & 1u) != 0;
 }
@@ -32,7 +35,6 @@ void CpuIdQuery(uint32_t leaf, uint32_t subleaf, uint32_t out[4]) {
 }
 
 CpuFeatures DecodeCpuFeatures(const uint32_t leaf1[4], const uint32_t leaf7[4], const uint32_t extended1[4]) {
-  enum { EAX, EBX, ECX, EDX };
   CpuFeatures f{};  // every flag false
   f.MMX = Bit(leaf1[EDX], 23);
   f.x64 = Bit(extended1[EDX], 29);
@@ -71,7 +73,6 @@ CpuFeatures DecodeCpuFeatures(const uint32_t leaf1[4], const uint32_t leaf7[4], 
 const CpuFeatures& CpuFeatures::instance() {
   if (CpuFeatures* made = gCpuFeatures.load(std::memory_order_acquire)) return *made;
 
-  enum { EAX };
   uint32_t regs[4];
   CpuIdQuery(0, 0, regs);
   const uint32_t highestStandard = regs[EAX];
