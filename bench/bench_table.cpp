@@ -7,7 +7,8 @@
 //
 // A callgrind dump names its region in the line "desc: Trigger: Client Request: <key> ops=<n>"; its
 // "totals:" (or "summary:") line gives the instructions, and the "calls=" lines under callees whose name
-// holds "pthread_mutex_lock" give the lock takes (the dumps must be written with --compress-strings=no).
+// holds "pthread_mutex_lock" give the lock takes (the dumps must be written with --compress-strings=no);
+// the cost lines under calls to malloc, free, realloc and calloc give the instructions spent in the heap.
 // A figure that is missing prints as "-". Exit status 0 whatever the figures: the table is for people.
 #include <dirent.h>
 
@@ -26,6 +27,7 @@ namespace {
 struct Counted {
   double instructions = 0;
   double lockTakes = 0;
+  double heapInstructions = 0;  // inclusive, in calls to the malloc family
   double operations = 0;
 };
 
@@ -54,8 +56,15 @@ void ReadDump(const std::string& path) {
   const std::string descPrefix = "desc: Trigger: Client Request: ";
   std::string line, key;
   Counted counted;
-  bool lockCallee = false;
+  bool lockCallee = false, heapCallee = false, heapCost = false;
   while (std::getline(in, line)) {
+    if (heapCost) {
+      // The line after a call: its position, then the call's inclusive cost.
+      heapCost = false;
+      const std::size_t space = line.rfind(' ');
+      if (space != std::string::npos) counted.heapInstructions += std::atof(line.c_str() + space + 1);
+      continue;
+    }
     if (line.compare(0, descPrefix.size(), descPrefix) == 0) {
       const std::string label = line.substr(descPrefix.size());
       const std::size_t ops = label.rfind(" ops=");
@@ -66,9 +75,13 @@ void ReadDump(const std::string& path) {
       counted.instructions = std::atof(line.c_str() + line.find(':') + 1);
     } else if (line.compare(0, 4, "cfn=") == 0) {
       lockCallee = line.find("pthread_mutex_lock") != std::string::npos;
+      const std::string callee = line.substr(4);
+      heapCallee = callee == "malloc" || callee == "free" || callee == "realloc" || callee == "calloc";
     } else if (line.compare(0, 6, "calls=") == 0) {
       if (lockCallee) counted.lockTakes += std::atof(line.c_str() + 6);
+      heapCost = heapCallee;
       lockCallee = false;
+      heapCallee = false;
     }
   }
   if (!key.empty() && counted.operations > 0) counts[key] = counted;
@@ -101,6 +114,10 @@ double Instructions(const std::string& key) {
 double LockTakes(const std::string& key) {
   const auto found = counts.find(key);
   return found == counts.end() ? NAN : found->second.lockTakes / found->second.operations;
+}
+double HeapInstructions(const std::string& key) {
+  const auto found = counts.find(key);
+  return found == counts.end() ? NAN : found->second.heapInstructions / found->second.operations;
 }
 
 // A number in a column of `width`, with `decimals` places, or "-".
@@ -209,8 +226,8 @@ void JsonSection(double floor) {
   std::printf("\nJSON binding, %.0f-node configuration document (about 1 MB); the value type lock is taken\n",
               nodes);
   std::printf("at every use of a type table: its share is its takes per node times the floor\n");
-  std::printf("  %-34s%10s%10s%10s%12s%10s%10s   target\n", "", "ms", "x parse", "ins/node", "locks/node",
-              "lock x", "rest x");
+  std::printf("  %-34s%10s%10s%10s%10s%12s%10s%10s   target\n", "", "ms", "x parse", "ins/node", "heap ins",
+              "locks/node", "lock x", "rest x");
   const double parse = Get("json/parse.ns");
   struct Line {
     const char* label;
@@ -219,7 +236,8 @@ void JsonSection(double floor) {
   };
   for (const Line& line :
        {Line{"RapidJSON DOM parse", "json/parse", 0}, Line{"ReadJson", "json/read", 1.5},
-        Line{"ReadJson + tree destruction", "json/read_destroy", 0}, Line{"WriteJson", "json/write", 3.0}}) {
+        Line{"ReadJson + tree destruction", "json/read_destroy", 0}, Line{"WriteJson", "json/write", 3.0},
+        Line{"WriteJson's lock takes alone", "json/write_takes", 0}}) {
     const std::string key = line.key;
     const double ns = Get(key + ".ns");
     const bool isParse = key == "json/parse";
@@ -234,8 +252,9 @@ void JsonSection(double floor) {
       verdict = Verdict(ns / parse, line.limit);
       if (verdict == "MISSED") ++missed;
     }
-    std::printf("  %-34s%s%s%s%s%s%s   %s  %s\n", line.label, Cell(ns / 1e6, 3).c_str(),
-                Cell(ns / parse, 2).c_str(), Cell(Instructions(key), 1).c_str(), Cell(locks, 2, 12).c_str(),
+    std::printf("  %-34s%s%s%s%s%s%s%s   %s  %s\n", line.label, Cell(ns / 1e6, 3).c_str(),
+                Cell(ns / parse, 2).c_str(), Cell(Instructions(key), 1).c_str(),
+                Cell(HeapInstructions(key), 1).c_str(), Cell(locks, 2, 12).c_str(),
                 Cell(lockShare, 2).c_str(), Cell(ns / parse - lockShare, 2).c_str(), target.c_str(),
                 verdict.c_str());
   }
