@@ -106,18 +106,13 @@ double Get(const std::string& key) {
   const auto found = metrics.find(key);
   return found == metrics.end() ? NAN : found->second;
 }
-// Instructions per operation of a counted region, or NaN.
+// A counted region's figure per operation (instructions, lock takes, heap instructions), or NaN.
+double PerOperation(const std::string& key, double Counted::*figure) {
+  const auto found = counts.find(key);
+  return found == counts.end() ? NAN : found->second.*figure / found->second.operations;
+}
 double Instructions(const std::string& key) {
-  const auto found = counts.find(key);
-  return found == counts.end() ? NAN : found->second.instructions / found->second.operations;
-}
-double LockTakes(const std::string& key) {
-  const auto found = counts.find(key);
-  return found == counts.end() ? NAN : found->second.lockTakes / found->second.operations;
-}
-double HeapInstructions(const std::string& key) {
-  const auto found = counts.find(key);
-  return found == counts.end() ? NAN : found->second.heapInstructions / found->second.operations;
+  return PerOperation(key, &Counted::instructions);
 }
 
 // A number in a column of `width`, with `decimals` places, or "-".
@@ -242,7 +237,8 @@ void JsonSection(double floor) {
     const double ns = Get(key + ".ns");
     const bool isParse = key == "json/parse";
     // The destroying read takes the read's locks: destruction takes none. Its instructions aren't counted.
-    const double locks = isParse ? NAN : LockTakes(key == "json/read_destroy" ? "json/read" : key);
+    const double locks =
+        isParse ? NAN : PerOperation(key == "json/read_destroy" ? "json/read" : key, &Counted::lockTakes);
     const double lockShare = locks * nodes * floor / parse;
     std::string target, verdict;
     if (line.limit > 0) {
@@ -254,7 +250,7 @@ void JsonSection(double floor) {
     }
     std::printf("  %-34s%s%s%s%s%s%s%s   %s  %s\n", line.label, Cell(ns / 1e6, 3).c_str(),
                 Cell(ns / parse, 2).c_str(), Cell(Instructions(key), 1).c_str(),
-                Cell(HeapInstructions(key), 1).c_str(), Cell(locks, 2, 12).c_str(),
+                Cell(PerOperation(key, &Counted::heapInstructions), 1).c_str(), Cell(locks, 2, 12).c_str(),
                 Cell(lockShare, 2).c_str(), Cell(ns / parse - lockShare, 2).c_str(), target.c_str(),
                 verdict.c_str());
   }
